@@ -42,12 +42,14 @@ void flushAtExit() noexcept {
   }
 }
 
-/// The log's place behind the hook, from the start of the program to its end.
+/// The log's place behind the hook, from the start of the program to its end. It is made before, and so goes
+/// after, the objects of static storage of everybody else, which may log from their constructors and
+/// destructors.
 struct Installation {
   Installation() noexcept { qm_err::setLogHook(receive); }
   ~Installation() { flushAtExit(); }
 };
 
-const Installation g_installation;
+[[gnu::init_priority(101)]] Installation g_installation;
 
 }  // namespace
