@@ -59,9 +59,8 @@ int writeAll(int descriptor, const void* data, std::size_t size, std::size_t* wr
   std::size_t done = 0;
   int error = 0;
   while (done < size) {
-    const ssize_t count = uninterrupted(error, [&](bool oneByte) {
-      return ::write(descriptor, from + done, oneByte ? 1 : size - done);
-    });
+    const ssize_t count = uninterrupted(
+        error, [&](bool oneByte) { return ::write(descriptor, from + done, oneByte ? 1 : size - done); });
     if (count > 0) {
       done += static_cast<std::size_t>(count);
     } else if (error == EAGAIN) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "coreapi/qmutils/thread/jmutex.h"
 #include "coreapi/qmutils/thread/jthreadlocalstorage.h"
@@ -34,6 +35,9 @@ class JRWMutex {
 
  private:
   bool isWriter() const;
+  std::uintptr_t ownReadLocks() const;
+  void setOwnReadLocks(std::uintptr_t recursionsReader);
+  void leaveWriters();
 
   int m_numReaders = 0;               ///< threads inside as readers
   int m_numWriters = 0;               ///< writers inside or waiting

@@ -129,16 +129,21 @@ class JThread : public JWaitableObjectImpl {
   /// A snapshot of all threads that have started and weren't cleared up yet.
   static std::vector<Info> getThreadList();
 
+ protected:
+  /// The handle, kept alive; null when there is none.
+  std::shared_ptr<qm_platform::Waitable> pinHandle() const;
+
  private:
   class List;
 
+  void body();
   void enter();
   void finish();
-  void body();
-  std::shared_ptr<qm_platform::OsThread> pin() const;
-  void clearUp(const std::shared_ptr<qm_platform::OsThread>& pThread);
+  int adopt(const std::shared_ptr<qm_platform::OsThread>& pThread, bool bDeleteOnExit);
+  void clearUp();
+  std::shared_ptr<qm_platform::OsThread> pinThread() const;
 
-  mutable std::mutex m_mutex;  ///< over the fields below; innermost but for the platform's own
+  mutable std::mutex m_mutex;  ///< over the handle and the fields below; innermost but for the platform's own
   std::string m_sName;
   std::shared_ptr<qm_platform::OsThread> m_pThread;  ///< null until started and when cleared up
   std::uint32_t m_uThreadId = 0;

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/thread/jmutex.h"
 #include "coreapi/qmutils/thread/jthread.h"
 #include "coreapi/qmutils/thread/jwaitable.h"
@@ -26,8 +27,11 @@ class JThreadedQueue : public JThread {
   explicit JThreadedQueue(std::string sName = {}) : JThread(std::move(sName)) {}
 
   ~JThreadedQueue() override {
-    if (isStarted()) {
+    try {
       stop(false);
+    } catch (JError* pError) {
+      const qm_err::CaughtError error(pError);
+      JCATCH_LOG(error.get());
     }
   }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include "coreapi/platform/threadslot.h"
 
 /// One slot that holds a value of a pointer's size for each thread, 0 at first. Any thread may use it for its
 /// own value. Values aren't freed with their threads: they are the user's.
@@ -21,7 +21,5 @@ class JThreadLocalStorage {
   void setValue(void* pValue);
 
  private:
-  static constexpr std::uint32_t kNoSlot = 0xFFFFFFFF;
-
-  std::uint32_t m_uIndex = kNoSlot;
+  qm_platform::ThreadSlot m_slot;
 };
