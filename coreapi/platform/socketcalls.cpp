@@ -136,10 +136,14 @@ SocketError acceptConnection(int iListener, int& iConnection, SocketAddressBytes
   return error;
 }
 
-SocketError connectSocket(int iSocket, std::span<const std::uint8_t> address) noexcept {
+SocketError connectSocket(int iSocket, std::span<const std::uint8_t> address, bool& bPending) noexcept {
   const sockaddr_storage system = toSystem(address);
+  bPending = false;
   return run([&](bool) {
-    return ::connect(iSocket, reinterpret_cast<const sockaddr*>(&system), lengthOf(address));
+    const int iResult = ::connect(iSocket, reinterpret_cast<const sockaddr*>(&system), lengthOf(address));
+    // An interrupted connect goes on in the background as well.
+    bPending = iResult == -1 && (errno == EINPROGRESS || errno == EINTR);
+    return bPending ? 0 : iResult;
   });
 }
 

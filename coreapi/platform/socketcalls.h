@@ -54,8 +54,8 @@ SocketError listenSocket(int iSocket, int iBacklog) noexcept;
 /// listener is undone: closing it sends what is still unsent. `iConnection` is -1 after a failure.
 SocketError acceptConnection(int iListener, int& iConnection, SocketAddressBytes& peer) noexcept;
 
-/// Starts a connection; `kSocketWouldBlock` when it goes on in the background of a non-blocking socket.
-SocketError connectSocket(int iSocket, std::span<const std::uint8_t> address) noexcept;
+/// Connects. `bPending`: a connection of a non-blocking socket goes on in the background; that is no error.
+SocketError connectSocket(int iSocket, std::span<const std::uint8_t> address, bool& bPending) noexcept;
 
 SocketError setNonBlocking(int iSocket, bool bNonBlocking) noexcept;
 

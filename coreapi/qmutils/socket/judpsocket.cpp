@@ -23,7 +23,10 @@ void JDatagramSocket::makeHandle(const char* szFunction) {
 }
 
 void JDatagramSocket::connectTo(const JSockAddr& address, const char* szFunction) {
-  control(szFunction, [&](int iSocket) { return qm_platform::connectSocket(iSocket, address.getBytes()); });
+  control(szFunction, [&](int iSocket) {
+    bool bPending = false;  // datagrams have nothing to wait for
+    return qm_platform::connectSocket(iSocket, address.getBytes(), bPending);
+  });
 }
 
 void JDatagramSocket::connect(const JSockAddr& address) {
