@@ -176,8 +176,6 @@ class QMXmlParams {
                    const std::map<std::string, std::string>& attributes = {});
 
  private:
-  _xmlDoc* open(const char* szFileName) const;
-  _xmlDoc* read(const std::string& sText) const;
   bool validate(_xmlDoc* pDocument) const;
   _xmlNode* getRoot() const;
   _xmlNode* findNode(const std::string& sPath) const;
@@ -185,12 +183,14 @@ class QMXmlParams {
   template <typename Value>
   Value getValue(const std::string& sName, const std::string& sPath, bool (*scan)(const std::string&, Value&),
                  const char* szFailure) const;
+  template <typename Value>
+  bool differs(const std::string& sName, const std::string& sPath, bool (*scan)(const std::string&, Value&),
+               const Value& value) const;
   _xmlNode* makePath(const std::string& sPath);
-  bool prepareSchema();
   void declareSubNode(const std::string& sSubNode);
   bool declare(const std::string& sName, const std::string& sSubNode, Type eType, bool bDynamic,
                const std::string& sLow, const std::string& sHigh);
-  int mergeDocument(_xmlDoc* pNew, const char* szOperation, bool bAllLevels);
+  int mergeDocument(_xmlDoc* pNew, const char* szFailure, bool bAllLevels);
   int merge(_xmlDoc* pNew, bool bAllLevels);
 
   _xmlDoc* m_pConfig = nullptr;

@@ -47,8 +47,6 @@ class QMXmlReader {
   void close();
 
  private:
-  void begin(const char* szFailure);
-
   _xmlTextReader* m_pReader = nullptr;
   int m_iNodeType = 0;
   bool m_bPendingEnd = false;
