@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "coreapi/qmci/fourcc.h"
+
 /// The record of one coded picture, audio block or data block: a header, a table that depends on the format,
 /// and the payload. A record is a block of bytes, handled by the address of its first one; fields are read
 /// and written at the offsets below, and nothing casts a record to a struct.
@@ -83,14 +85,6 @@ constexpr std::uint64_t substreamData(std::uint64_t n) noexcept {
 
 /// `dwVersion` of the records that this code writes; it reads those that differ in the low 16 bits only.
 inline constexpr std::uint32_t kBitstreamVersion = 0x10000;
-
-/// A four-character code as it stands in a little-endian word: the bytes in memory spell the text.
-constexpr std::uint32_t fourcc(const char (&text)[5]) noexcept {
-  return static_cast<std::uint32_t>(static_cast<unsigned char>(text[0])) |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(text[1])) << 8 |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(text[2])) << 16 |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(text[3])) << 24;
-}
 
 /// Formats of a record. Never renumber: they cross wires.
 inline constexpr std::uint32_t QMCI_FMT_PACKET = fourcc("PKT_");

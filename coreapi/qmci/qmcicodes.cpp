@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <iterator>
 
-#include "coreapi/qmci/qmcibitstream.h"
+#include "coreapi/qmci/fourcc.h"
 
 namespace qm_ci {
 
