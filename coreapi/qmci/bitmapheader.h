@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "coreapi/qmci/fourcc.h"
+
 /// The published BITMAPINFOHEADER, little-endian:
 ///
 ///     offset  width  field
@@ -21,15 +23,6 @@
 namespace qm_ci {
 
 inline constexpr std::size_t kBitmapHeaderSize = 40;
-
-/// Number of a four-character code: the first character in the lowest byte.
-constexpr std::uint32_t fourcc(const char (&code)[5]) noexcept {
-  std::uint32_t uCode = 0;
-  for (int i = 3; i >= 0; --i) {
-    uCode = uCode << 8 | static_cast<unsigned char>(code[i]);
-  }
-  return uCode;
-}
 
 struct BitmapInfoHeader {
   std::uint32_t biSize = kBitmapHeaderSize;
