@@ -21,10 +21,6 @@ constexpr int kElementBegin = XML_READER_TYPE_ELEMENT;
 constexpr int kText = XML_READER_TYPE_TEXT;
 constexpr int kElementEnd = XML_READER_TYPE_END_ELEMENT;
 
-XmlScope::Source sourceOf(bool bFromMemory) {
-  return bFromMemory ? XmlScope::kMemory : XmlScope::kFile;
-}
-
 }  // namespace
 
 QMXmlReader::QMXmlReader(const char* szFileName) {
@@ -62,7 +58,10 @@ bool QMXmlReader::next() {
     m_iNodeType = kElementEnd;
     return true;
   }
-  const XmlScope scope(sourceOf(m_bFromMemory));
+  if (m_pReader == nullptr) {
+    return false;
+  }
+  const XmlScope scope(m_bFromMemory ? XmlScope::kMemory : XmlScope::kFile);
   for (;;) {
     const int iRead = xmlTextReaderRead(m_pReader);
     if (iRead == -1) {
@@ -142,6 +141,10 @@ void QMXmlReader::getAttributes(std::map<std::string, std::string>& attributesOu
 void QMXmlReader::close() {
   m_bPendingEnd = false;
   m_iNodeType = 0;
-  const int iResult = xmlTextReaderClose(m_pReader);
-  QM_XML_FATAL_ASSERT(iResult == 0, "Fatal: xmlTextReaderClose() failed");
+  if (m_pReader != nullptr) {
+    const int iResult = xmlTextReaderClose(m_pReader);
+    QM_XML_FATAL_ASSERT(iResult == 0, "Fatal: xmlTextReaderClose() failed");
+    xmlFreeTextReader(m_pReader);
+    m_pReader = nullptr;
+  }
 }

@@ -34,19 +34,25 @@ bool convert(const std::string& sText, std::int32_t& iOut) {
   return true;
 }
 
-bool convert(const std::string& sText, std::int64_t& llOut) {
+template <typename Integer>
+bool convert(const std::string& sText, Integer& out) {
   const std::string_view text = trimmed(sText);
-  return !text.empty() && qm_xml::scanInteger(text, llOut) == text.size();
-}
-
-bool convert(const std::string& sText, std::uint32_t& uOut) {
-  const std::string_view text = trimmed(sText);
-  return !text.empty() && qm_xml::scanInteger(text, uOut) == text.size();
+  Integer value = 0;
+  if (text.empty() || qm_xml::scanInteger(text, value) != text.size()) {
+    return false;
+  }
+  out = value;
+  return true;
 }
 
 bool convert(const std::string& sText, double& dOut) {
   const std::string sTrimmed(trimmed(sText));
-  return !sTrimmed.empty() && qm_xml::scanDouble(sTrimmed, dOut) == sTrimmed.size();
+  double dValue = 0.0;
+  if (sTrimmed.empty() || qm_xml::scanDouble(sTrimmed, dValue) != sTrimmed.size()) {
+    return false;
+  }
+  dOut = dValue;
+  return true;
 }
 
 bool convert(const std::string& sText, bool& bOut) {
