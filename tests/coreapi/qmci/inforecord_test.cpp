@@ -277,7 +277,7 @@ INSTANTIATE_TEST_SUITE_P(
                  1,
                  0xFFFFFFFF,
                  {0, 0, 1, 0xFFFFFFFF},
-                 {0xFFFFFFFF, 0}},
+                 {0xFFFFFFFF, 1}},
         SizeCase{"NothingVisible", {5, 5, 0, 0}, {1, 1}, 10, 20, {0, 0, 10, 20}, {1, 1}},
         SizeCase{"NewSizeZero", {0, 0, 10, 10}, {1, 1}, 0, 0, {0, 0, 0, 0}, {1, 1}}),
     [](const auto& row) { return std::string(row.param.name); });
