@@ -31,11 +31,19 @@ Fraction nearestFraction(std::uint64_t ullNumerator, std::uint64_t ullDenominato
     ullNumerator /= ullDivisor;
     ullDenominator /= ullDivisor;
   }
-  while (ullNumerator > kLargest || ullDenominator > kLargest) {
-    ullNumerator >>= 1;
-    ullDenominator >>= 1;
+  std::uint64_t ullUpper = ullNumerator;
+  std::uint64_t ullLower = ullDenominator;
+  while (ullUpper > kLargest || ullLower > kLargest) {
+    ullUpper >>= 1;
+    ullLower >>= 1;
   }
-  return reduced({static_cast<std::uint32_t>(ullNumerator), static_cast<std::uint32_t>(ullDenominator)});
+  if (ullLower == 0 && ullDenominator != 0) {
+    return {static_cast<std::uint32_t>(kLargest), 1};
+  }
+  if (ullUpper == 0 && ullNumerator != 0) {
+    return {1, static_cast<std::uint32_t>(kLargest)};
+  }
+  return reduced({static_cast<std::uint32_t>(ullUpper), static_cast<std::uint32_t>(ullLower)});
 }
 
 /// The simplest fraction of an interval has the whole part that both ends share, until they differ; then it

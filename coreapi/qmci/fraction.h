@@ -19,7 +19,8 @@ Fraction reduced(Fraction fraction) noexcept;
 /// Whether two fractions are the same ratio, by cross-multiplying.
 bool sameRatio(Fraction one, Fraction other) noexcept;
 
-/// The ratio of two 64-bit numbers, reduced; halved on both sides until they fit, if they don't.
+/// The ratio of two 64-bit numbers, reduced; halved on both sides until they fit, if they don't, but not to
+/// 0.
 Fraction nearestFraction(std::uint64_t ullNumerator, std::uint64_t ullDenominator) noexcept;
 
 /// The fraction with the smallest denominator at most `tolerance` away from a value. None for a value that is

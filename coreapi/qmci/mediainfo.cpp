@@ -5,8 +5,9 @@
 #include <limits>
 
 #include "coreapi/platform/byteorder.h"
-#include "coreapi/qmci/xmltext.h"
 #include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/text/jtext.h"
+#include "coreapi/qmxml/qmxml.h"
 
 namespace qm_ci {
 
@@ -16,8 +17,13 @@ namespace {
 constexpr std::size_t kGrowth = 20;
 
 /// What a text of a block can hold: all up to its first zero.
-std::string_view upToZero(std::string_view text) noexcept {
-  return text.substr(0, text.find('\0'));
+std::string upToZero(std::string_view text) {
+  return std::string(text.substr(0, text.find('\0')));
+}
+
+std::string trimmed(std::string sText) {
+  qm_utils::trimSpace(sText);
+  return sText;
 }
 
 /// How much longer a text is than the one that it replaces.
@@ -61,8 +67,9 @@ void MediaInfo::init(std::span<const std::uint8_t> record, const char* szMIMETyp
             m_pLayout->packetizedFormatOffAt != 0
                 ? std::string(orElse(szPacketizedFormat, source.getPacketizedFormat()))
                 : std::string(),
-            std::string(trimmedText(source.getStreamParams())));
-  std::vector<std::uint8_t> block(source.getBytes().begin(), source.getBytes().begin() + m_pLayout->fixedSize);
+            trimmed(std::string(source.getStreamParams())));
+  std::vector<std::uint8_t> block(source.getBytes().begin(),
+                                  source.getBytes().begin() + m_pLayout->fixedSize);
   m_block.swap(block);
   m_codingParams.clear();
   writeTexts(std::max({size, minSize, neededSize()}));
@@ -90,7 +97,7 @@ void MediaInfo::setPacketizedFormat(std::string_view sPacketizedFormat) {
 }
 
 void MediaInfo::setStreamParams(std::string_view sStreamParams) {
-  m_sStreamParams = trimmedText(upToZero(sStreamParams));
+  m_sStreamParams = trimmed(upToZero(sStreamParams));
   updateBlock();
 }
 
@@ -99,9 +106,8 @@ void MediaInfo::updateBlock() {
   writeTexts(m_block.size() < needed ? needed + kGrowth : m_block.size());
 }
 
-void MediaInfo::setTexts(std::string_view sMIMEType, std::string_view sPacketizedFormat,
-                         std::string_view sStreamParams) {
-  keepTexts(std::string(sMIMEType), std::string(sPacketizedFormat), std::string(trimmedText(sStreamParams)));
+void MediaInfo::setTexts(std::string sMIMEType, std::string sPacketizedFormat, std::string sStreamParams) {
+  keepTexts(std::move(sMIMEType), std::move(sPacketizedFormat), trimmed(std::move(sStreamParams)));
   writeTexts(neededSize());
 }
 
@@ -158,10 +164,10 @@ void MediaInfo::setHalf(std::size_t at, std::uint16_t wValue) noexcept {
 std::string MediaInfo::getXMLTail() const {
   std::string sXML;
   if (!m_sMIMEType.empty()) {
-    sXML += "<MIMEType>" + escapedText(m_sMIMEType) + "</MIMEType>\n";
+    sXML += "<MIMEType>" + QMXml::escapeText(m_sMIMEType) + "</MIMEType>\n";
   }
   if (!m_sPacketizedFormat.empty()) {
-    sXML += "<PacketizedFormat>" + escapedText(m_sPacketizedFormat) + "</PacketizedFormat>\n";
+    sXML += "<PacketizedFormat>" + QMXml::escapeText(m_sPacketizedFormat) + "</PacketizedFormat>\n";
   }
   if (!m_sStreamParams.empty()) {
     sXML += "<StreamParams>\n\t" + m_sStreamParams + "\n</StreamParams>\n";

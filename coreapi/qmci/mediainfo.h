@@ -76,8 +76,7 @@ class MediaInfo {
   void setPacketizedFormat(std::string_view sPacketizedFormat);
 
   /// Sets the three texts at once, in a block of exactly the size that they need.
-  void setTexts(std::string_view sMIMEType, std::string_view sPacketizedFormat,
-                std::string_view sStreamParams);
+  void setTexts(std::string sMIMEType, std::string sPacketizedFormat, std::string sStreamParams);
 
   /// Ends of the XML form that all kinds have: texts that aren't empty, and the end of the root element.
   std::string getXMLTail() const;
@@ -87,9 +86,9 @@ class MediaInfo {
   bool isSameBase(const MediaInfo& other, bool bCompareSize) const;
 
  private:
-  void writeTexts(std::size_t minSize);
-  void keepTexts(std::string_view sMIMEType, std::string_view sPacketizedFormat,
-                 std::string_view sStreamParams);
+  /// Writes the texts behind the fixed part of a block of `size` bytes, which they fit into.
+  void writeTexts(std::size_t size);
+  void keepTexts(std::string sMIMEType, std::string sPacketizedFormat, std::string sStreamParams);
   std::size_t neededSize() const noexcept;
 
   const InfoLayout* m_pLayout;

@@ -34,7 +34,8 @@ class QMVideoInfo : public XmlMediaInfo<QMVideoInfoNoXml> {
   static const std::string& getSchema();
 
  private:
-  bool updateFromHeader(std::span<const std::uint8_t> block, std::uint32_t uInterlace);
+  bool updateFromHeader(const BitmapInfoHeader& header, std::span<const std::uint8_t> extra,
+                        std::uint32_t uInterlace);
 };
 
 }  // namespace qm_ci

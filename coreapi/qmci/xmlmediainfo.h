@@ -85,11 +85,20 @@ class XmlMediaInfo : public NoXml {
   }
 
  protected:
-  /// The schema of this kind's XML form and the document that was checked last.
+  /// As the base; false, and nothing changes, when the stream parameters aren't XML.
+  bool setTexts(const std::string& sMIMEType, const std::string& sPacketizedFormat,
+                const std::string& sStreamParams);
+
+  /// Schema of this kind's XML form, made when the first form is read; it isn't copied with the object.
   std::unique_ptr<QMXmlParams> m_pSchema;
 
  private:
   bool readAdditional();
+
+  /// Holds beside the text what it has as coding parameters.
+  void keepCodingParams();
+
+  /// Takes a set parameter over into the record.
   bool store(bool bSet);
 
   AdditionalParams m_additional;

@@ -1,5 +1,6 @@
 #include "coreapi/qmxml/qmxml.h"
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <libxml/xinclude.h>
@@ -9,6 +10,7 @@
 #include <mutex>
 
 #include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmxml/xmldocument.h"
 #include "coreapi/qmxml/xmlmisuse.h"
 #include "coreapi/qmxml/xmlparserref.h"
 #include "coreapi/qmxml/xmlscope.h"
@@ -157,6 +159,15 @@ bool QMXml::validate(const char* pDocument, std::size_t documentSize, const char
   const qm_xml::OwnedDoc schema(read(pSchema, schemaSize));
   const XmlScope scope(XmlScope::kMemory);
   return validateDocument(document.get(), schema.get(), sErrorOut);
+}
+
+std::string QMXml::escapeText(const std::string& sText) {
+  std::string sStorable = sText;
+  if (!qm_xml::isXmlText(sText)) {
+    std::replace_if(
+        sStorable.begin(), sStorable.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+  }
+  return fromXml(qm_xml::OwnedText(xmlEncodeSpecialChars(nullptr, qm_xml::toXml(sStorable))));
 }
 
 std::string QMXml::getLastError() {

@@ -50,6 +50,10 @@ class QMXml {
   static bool validate(const char* pDocument, std::size_t documentSize, const char* pSchema,
                        std::size_t schemaSize, std::string& sErrorOut);
 
+  /// A text as the content of an element. In a text that XML can't hold, every byte that isn't plain ASCII is
+  /// shown as "?". Needs no `initialize`.
+  static std::string escapeText(const std::string& sText);
+
   /// What the XML library said last on this thread: message, and file and line when it knows them.
   static std::string getLastError();
 };
