@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <gmock/gmock.h>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,8 +11,9 @@
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/platform/faultseam.h"
 #include "coreapi/qmci/playrate.h"
-#include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmci/videoinfonoxml.h"
 #include "tests/coreapi/qmci/allocationcount.h"
+#include "tests/coreapi/qmci/streamsamples.h"
 #include "tests/support/logcapture.h"
 
 namespace qm_ci {
@@ -19,17 +21,8 @@ namespace {
 
 using qm_platform::readLE32;
 using qm_test::LogCapture;
+using qm_test::thrownBy;
 using testing::ElementsAre;
-
-std::string thrownBy(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return "nothing";
-}
 
 std::string textOf(const JIoBuf& buf) {
   return {static_cast<const char*>(buf.pBuf), buf.bufLength};
@@ -316,17 +309,22 @@ TEST(PlayRate, ConvertsBetweenFrameAndPlayTime) {
   frame.setMaxSize(48, QMCI_FMT_NONE, 1);
   frame.setTimestamp(1000000);
   frame.setDecoderPipe(1);
-  const VideoTiming timing{3, 25, 1};  // the pipe counts for two pictures of 40 ms
-  EXPECT_EQ(PlayRate(1).toPlayTime(frame, timing, 5), 1080005U);
-  EXPECT_EQ(PlayRate(0.5).toPlayTime(frame, timing, 0), 540000U);
-  EXPECT_EQ(PlayRate(2).toOffset(frame, timing, 1000000), 2000000U - 1080000U);
+  QMVideoInfoNoXml info;
+  info.setDecoderPipe(3);
+  info.setPictureRate(25, 1);
+  const QMCIVideoInfo video(info.getCIInfo());  // the pipe counts for two pictures of 40 ms
+  EXPECT_EQ(PlayRate(1).toPlayTime(frame, video, 5), 1080005U);
+  EXPECT_EQ(PlayRate(0.5).toPlayTime(frame, video, 0), 540000U);
+  EXPECT_EQ(PlayRate(0.0079).toPlayTime(frame, video, 0), 16875U) << "rounds up to one 64th";
+  EXPECT_EQ(PlayRate(2).toOffset(frame, video, 1000000), 2000000U - 1080000U);
   frame.setDecoderPipe(4);
-  EXPECT_EQ(PlayRate(1).toPlayTime(frame, timing, 0), 960000U) << "a pipe that was fuller gives it earlier";
-  EXPECT_EQ(PlayRate(1).toPlayTime(frame, {3, 0, 1}, 0), 1000000U);
+  EXPECT_EQ(PlayRate(1).toPlayTime(frame, video, 0), 960000U) << "a pipe that was fuller gives it earlier";
+  QMVideoInfoNoXml noRate;
+  noRate.setPictureRate(0, 1);
+  EXPECT_EQ(PlayRate(1).toPlayTime(frame, QMCIVideoInfo(noRate.getCIInfo()), 0), 1000000U);
   for (const double rate : {0.0, 0.007, -1.0, 1e30, std::numeric_limits<double>::quiet_NaN()}) {
     EXPECT_EQ(thrownBy([&] { PlayRate{rate}; }), "invalid play rate") << rate;
   }
-  EXPECT_EQ(PlayRate(0.0079).toPlayTime(frame, {}, 0), 15625U) << "rounds up to one 64th";
 }
 
 }  // namespace
