@@ -111,15 +111,15 @@ std::vector<std::int64_t> instantsOf(const qm_test::PackZone& zone) {
   return instants;
 }
 
+/// Keeps what is logged, and leaves the zone as it was.
 class LocalTime : public testing::Test {
  protected:
   ~LocalTime() override { qm_utils::resetLocalTimeZone(); }
+
+  const qm_test::LogCapture m_log;
 };
 
-class MachineZone : public testing::TestWithParam<const char*> {
- protected:
-  ~MachineZone() override { qm_utils::resetLocalTimeZone(); }
-};
+class MachineZone : public LocalTime, public testing::WithParamInterface<const char*> {};
 
 /// The zone three times: by the platform in a process of its own, by our code over the platform's rules
 /// there, and by a pack made from the machine's zone data here.
@@ -170,10 +170,7 @@ struct JumpCase {
   const char* szUtc;
 };
 
-class ClockChange : public testing::TestWithParam<JumpCase> {
- protected:
-  ~ClockChange() override { qm_utils::resetLocalTimeZone(); }
-};
+class ClockChange : public LocalTime, public testing::WithParamInterface<JumpCase> {};
 
 TEST_P(ClockChange, TakesTheEarlierHourAndCountsOnOverAGap) {
   ASSERT_TRUE(qm_utils::setLocalTimeZone("Europe/Rome", qm_test::pack({machineZone("Europe/Rome")})));
@@ -213,18 +210,17 @@ TEST_F(LocalTime, DatesHaveNoSuffixAndKeepTheValidRange) {
 
 TEST_F(LocalTime, SettingAZoneIsLoggedAndFollowed) {
   const auto pack = qm_test::pack({fixedZone("Etc/UTC", 0, "UTC"), fixedZone("X", 3600, "XT")});
-  const qm_test::LogCapture log;
   EXPECT_TRUE(qm_utils::setLocalTimeZone("X", pack));
-  EXPECT_TRUE(log.has(qm_err::kLogInfo, "Local time set to 'X'."));
+  EXPECT_TRUE(m_log.has(qm_err::kLogInfo, "Local time set to 'X'."));
   EXPECT_EQ(qm_utils::getLocalTimeZoneName(), "X");
 
   EXPECT_TRUE(qm_utils::setLocalTimeZone("X", {}));  // the zone in force: no pack is looked at
-  EXPECT_THAT(log.messages(), SizeIs(1));
+  EXPECT_THAT(m_log.messages(), SizeIs(1));
 
   EXPECT_FALSE(qm_utils::setLocalTimeZone("Y", pack));
-  EXPECT_TRUE(log.has(qm_err::kLogError,
-                      "Local time zone information not found for 'Y'. Will use UTC as local time."));
-  EXPECT_THAT(log.messages(), SizeIs(2));
+  EXPECT_TRUE(m_log.has(qm_err::kLogError,
+                        "Local time zone information not found for 'Y'. Will use UTC as local time."));
+  EXPECT_THAT(m_log.messages(), SizeIs(2));
   EXPECT_EQ(qm_utils::getLocalTimeZoneName(), "Etc/UTC");
   EXPECT_EQ(JLocalSplitTime(JTime::firstQueryTime()).toUSFormat(), "01/01/1970 00:00:00.000000UTC");
 
@@ -243,10 +239,9 @@ TEST_F(LocalTime, ZoneThatCannotBeHadIsUtc) {
        {Row{{}, "01/01/1970 00:00:00.000000UTC"},
         Row{qm_test::pack({damaged}), "01/01/1970 00:00:00.000000UTC"},
         Row{qm_test::pack({fixedZone("Etc/UTC", 7, "OWN")}), "01/01/1970 00:00:07.000000OWN"}}) {
-    const qm_test::LogCapture log;
     EXPECT_FALSE(qm_utils::setLocalTimeZone("X", row.pack));
-    EXPECT_TRUE(log.has(qm_err::kLogError,
-                        "Local time zone information not found for 'X'. Will use UTC as local time."));
+    EXPECT_TRUE(m_log.has(qm_err::kLogError,
+                          "Local time zone information not found for 'X'. Will use UTC as local time."));
     EXPECT_EQ(JLocalSplitTime(JTime::firstQueryTime()).toUSFormat(), row.szShown);
   }
 }
@@ -257,14 +252,10 @@ struct SignCase {
   const char* szLookedUp;
 };
 
-class SignOfName : public testing::TestWithParam<SignCase> {
- protected:
-  ~SignOfName() override { qm_utils::resetLocalTimeZone(); }
-};
+class SignOfName : public LocalTime, public testing::WithParamInterface<SignCase> {};
 
 TEST_P(SignOfName, IsChangedOnTheWayToThePack) {
   const auto pack = qm_test::pack({fixedZone(GetParam().szLookedUp, 7200, GetParam().szLookedUp)});
-  const qm_test::LogCapture log;
   EXPECT_TRUE(qm_utils::setLocalTimeZone(GetParam().szAsked, pack));
   EXPECT_EQ(qm_utils::getLocalTimeZoneName(), GetParam().szLookedUp);
   if (*GetParam().szAsked != '\0') {
@@ -290,10 +281,9 @@ TEST_F(LocalTime, TimeMayHaveAZoneOfItsOwn) {
   EXPECT_EQ(JLocalSplitTime(1, 1, 1970, 1, 0, 0, 0, "X").getTime(), JTime::firstQueryTime());
   EXPECT_EQ(qm_utils::getLocalTimeZoneName(), "X");
 
-  const qm_test::LogCapture log;
   EXPECT_EQ(JLocalSplitTime(JTime::firstQueryTime(), "Z").toUSFormat(), "01/01/1970 00:00:00.000000UTC");
-  EXPECT_TRUE(log.has(qm_err::kLogError,
-                      "Local time zone information not found for 'Z'. Will use UTC as local time."));
+  EXPECT_TRUE(m_log.has(qm_err::kLogError,
+                        "Local time zone information not found for 'Z'. Will use UTC as local time."));
   qm_utils::resetLocalTimeZone();
   EXPECT_EQ((time.add(0), time.toUSFormat()), "01/01/1970 02:00:00.000000YT");
 }
@@ -318,7 +308,6 @@ TEST_F(LocalTime, PackStandsBesideTheProgram) {
 
 TEST_F(LocalTime, ZoneMayChangeWhileOthersConvert) {
   const auto pack = qm_test::pack({fixedZone("X", 3600, "XT"), fixedZone("Y", 7200, "YT")});
-  const qm_test::LogCapture log;
   ASSERT_TRUE(qm_utils::setLocalTimeZone("X", pack));
   std::atomic<bool> bStop = false;
   std::atomic<int> iWrong = 0;
