@@ -77,7 +77,7 @@ std::shared_ptr<OsThread> OsThread::create(const std::string& sName, std::functi
     return nullptr;
   }
   try {
-    const std::shared_ptr<OsThread> pThread(new OsThread);
+    std::shared_ptr<OsThread> pThread(new OsThread);
     pThread->m_pEnded = std::make_shared<Event>(true, false);
     pThread->m_thread = std::thread(
         [pThread, sName, body = std::move(body)]() mutable { pThread->enter(sName, std::move(body)); });
