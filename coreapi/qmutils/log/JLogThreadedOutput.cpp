@@ -15,8 +15,8 @@
 
 namespace {
 
-/// How often the thread looks for a new record before it sleeps.
-constexpr int kSpins = 200;
+/// How long the thread looks for a new record before it sleeps, in nanoseconds.
+constexpr std::int64_t kSpinTime = 50'000;
 
 /// A time of the steady clock that doesn't come.
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
@@ -277,15 +277,17 @@ bool JLogThreadedOutput::hasRecord() const noexcept {
   return m_uTail.load(std::memory_order_seq_cst) != m_uHead + (m_bCurrentFailed ? 1 : 0);
 }
 
-/// Looks for a record for a short time.
+/// Looks for a record for a short time, which on a busy machine is over as soon as another thread had its
+/// turn.
 bool JLogThreadedOutput::spin() const noexcept {
-  for (int i = 0; i < kSpins; ++i) {
-    if (hasRecord()) {
-      return true;
+  const std::int64_t iEnd = qm_platform::steadyClockNanoseconds() + kSpinTime;
+  while (!hasRecord()) {
+    if (qm_platform::steadyClockNanoseconds() >= iEnd) {
+      return false;
     }
     std::this_thread::yield();
   }
-  return false;
+  return true;
 }
 
 /// The records that aren't done, as far as they stand in one piece.

@@ -26,8 +26,9 @@ class LogConfigure : public qm_test::LogTest {
   ~LogConfigure() override {
     JLog::shutdown(0);
     JSystemRegistryKey parent;
-    parent.open(qm_utils::RegistryRoot::kLocalMachine, "SOFTWARE", qm_utils::kRegistryAllAccess);
-    parent.deleteKey("LogConfigureTest");
+    if (parent.open(qm_utils::RegistryRoot::kLocalMachine, "SOFTWARE", qm_utils::kRegistryAllAccess, true)) {
+      parent.deleteKey("LogConfigureTest");
+    }
     JLog::init(0);  // back to the default key
   }
 
