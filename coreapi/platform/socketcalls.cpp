@@ -101,10 +101,6 @@ SocketError duplicateSocket(int iSocket, int& iDuplicate) noexcept {
   return run([&](bool) { return iDuplicate = ::fcntl(iSocket, F_DUPFD_CLOEXEC, 0); });
 }
 
-void closeSocket(int iSocket) noexcept {
-  ::close(iSocket);
-}
-
 SocketError bindSocket(int iSocket, std::span<const std::uint8_t> address) noexcept {
   const sockaddr_storage system = toSystem(address);
   return run(
