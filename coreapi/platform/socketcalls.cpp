@@ -47,7 +47,9 @@ SocketError run(Call call) noexcept {
 
 sockaddr_storage toSystem(std::span<const std::uint8_t> address) noexcept {
   sockaddr_storage system{};
-  std::memcpy(&system, address.data(), std::min(address.size(), sizeof system));
+  if (!address.empty()) {
+    std::memcpy(&system, address.data(), std::min(address.size(), sizeof system));
+  }
   return system;
 }
 
