@@ -85,6 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   readAll(*pInfo);
-  writeAndReadAgain(*pInfo);
+  if (pInfo->getProperties() != nullptr) {  // of a known type
+    writeAndReadAgain(*pInfo);
+  }
   return 0;
 }

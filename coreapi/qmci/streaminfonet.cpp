@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/qmci/asserted.h"
@@ -71,6 +72,10 @@ constexpr auto kOnePacketHeader = static_cast<std::uint32_t>(bitstream_layout::p
 
 constexpr std::uint32_t kMaxWord = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint32_t kMaxHalf = std::numeric_limits<std::uint16_t>::max();
+
+[[noreturn]] void throwBadType() {
+  QM_THROW(JTextError, "invalid StreamInfo type");
+}
 
 /// The bytes of a network form.
 InfoBlock parameterOf(const JParams& params) {
@@ -153,7 +158,7 @@ InfoBlock netBlock(const StreamInfo& info) {
     case StreamInfo::kData:
       return netData(info);
     default:
-      QM_THROW(JTextError, "invalid StreamInfo type");
+      throwBadType();
   }
 }
 
@@ -356,7 +361,11 @@ std::uint32_t readStreamInfo(const JParams& params, std::unique_ptr<StreamInfo>*
   }
   InfoBlock record = parameterOf(params);
   swapStreamInfo(record);
-  *ppsOut = std::make_unique<StreamInfo>(record);
+  auto pInfo = std::make_unique<StreamInfo>(record);
+  if (pInfo->getProperties() == nullptr) {
+    throwBadType();
+  }
+  *ppsOut = std::move(pInfo);
   return (*ppsOut)->getInfoSize();
 }
 
@@ -405,7 +414,7 @@ std::uint32_t readStreamInfoR30(const JParams& params, std::unique_ptr<StreamInf
       case StreamInfo::kData:
         return dataFromNet(fixed, properties);
       default:
-        QM_THROW(JTextError, "invalid StreamInfo type");
+        throwBadType();
     }
   };
   *ppsOut = std::make_unique<StreamInfo>(build());

@@ -208,12 +208,13 @@ TEST_F(StreamInfoNet, R30DataCountsTheFramesHeaderIn) {
   EXPECT_EQ(m_pRead->getMaxFrameSize(), 0xFFFFFFFFU) << "the largest number there is";
 }
 
-TEST_F(StreamInfoNet, R30KnowsOnlyTheSystemsOwnCodings) {
+TEST_F(StreamInfoNet, OnlyKnownTypesAndCodingsCross) {
   EXPECT_EQ(thrownBy([&] { r30Of(videoStream("", "video/H264")); }),
             "R30 stream info compatibility only for QMV1-2");
   EXPECT_EQ(thrownBy([&] { r30Of(audioStream("", "audio/x-qmpcm")); }), "invalid MIMETYPE type");
   const std::vector<std::uint8_t> bytes = {3, 0, 0, 0, 9, 0, 0, 0, 0};
   EXPECT_EQ(thrownBy([&] { r30Of(StreamInfo(bytes)); }), "invalid StreamInfo type");
+  EXPECT_EQ(thrownBy([&] { readStreamInfo(paramsWith(bytes), &m_pRead); }), "invalid StreamInfo type");
 }
 
 /// Damage done to a good block of the R30 form, which must then be refused.
