@@ -12,9 +12,9 @@
 #include "coreapi/qmxml/qmxmlparams.h"
 #include "coreapi/qmxml/qmxmlreader.h"
 #include "coreapi/qmxml/qmxmltree.h"
-#include "tests/coreapi/qmxml/xmllint.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/tempdir.h"
+#include "tests/support/xmllint.h"
 
 namespace {
 
