@@ -238,6 +238,13 @@ void JLightRegistryKey::notifyChange(std::shared_ptr<JFlag> pFlag, bool bSubTree
   if (!pFlag) {
     QM_THROW(JNullPointerError, "pFlag");
   }
+  // Whoever asks again without a change meanwhile, as after a time-out, still waits once.
+  for (Node::Watch& watch : node.watches) {
+    if (watch.pFlag == pFlag) {
+      watch.bSubTree = watch.bSubTree || bSubTree;
+      return;
+    }
+  }
   node.watches.push_back({std::move(pFlag), bSubTree});
 }
 

@@ -258,6 +258,19 @@ TEST_F(LightKey, TellsTheNextChange) {
   EXPECT_NE(errorOf([&] { m_key.notifyChange(nullptr, true); }), "no error");
 }
 
+TEST_F(LightKey, KeepsAFlagOnceHoweverOftenItIsAskedToSetIt) {
+  const auto pFlag = std::make_shared<JFlag>(false);
+  for (const bool bSubTree : {false, true, false}) {
+    m_key.notifyChange(pFlag, bSubTree);
+    EXPECT_EQ(pFlag.use_count(), 2);
+  }
+  JLightRegistryKey sub;
+  sub.create(m_key, "Sub");
+  sub.setDword("Value", 1);
+  EXPECT_TRUE(pFlag->wait(0));
+  EXPECT_EQ(pFlag.use_count(), 1);
+}
+
 TEST_F(LightKey, StandsDeepTreesAndLongNames) {
   std::string path;
   for (int i = 0; i < 200'000; ++i) {
