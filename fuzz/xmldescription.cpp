@@ -27,9 +27,10 @@ void attempt(Step step) {
 
 template <class Info, class Update>
 void describe(const std::string& sText, Update update) {
-  Info info;
+  static Info info;  // making the schema for each run would take most of the time
+  static Info again;
+  again = Info();  // a form may leave a field as it was
   if ((info.*update)(sText.data(), sText.size())) {
-    Info again;
     const std::string sXML = info.getXML();
     // Numbers that a form may not have, but a record may, are refused on the way back; the texts are not.
     if ((again.*update)(sXML.data(), sXML.size()) && again.getXML() != sXML) {

@@ -82,11 +82,11 @@ bool QMAudioInfo::updateAudioInfoFromXMLDesc(const char* pText, std::size_t size
 }
 
 bool QMAudioInfo::updateFromWFX(std::span<const std::uint8_t> header) {
-  if (!asserted(header.size() >= kWaveHeaderSize, "size of the wave header")) {
+  if (!JASSERTED(header.size() >= kWaveHeaderSize)) {
     return false;
   }
   const std::uint16_t wExtraSize = readWaveHeader(header.data()).cbSize;
-  if (!asserted(wExtraSize <= header.size() - kWaveHeaderSize, "cbSize")) {
+  if (!JASSERTED(wExtraSize <= header.size() - kWaveHeaderSize)) {
     return false;
   }
   if (wExtraSize != kBareExtraSize) {
@@ -98,7 +98,7 @@ bool QMAudioInfo::updateFromWFX(std::span<const std::uint8_t> header) {
 }
 
 bool QMAudioInfo::updateNotQMCIFromWFX(std::span<const std::uint8_t> header) {
-  if (!asserted(header.size() >= kPcmHeaderSize, "size of the wave header")) {
+  if (!JASSERTED(header.size() >= kPcmHeaderSize)) {
     return false;
   }
   const WaveFormatEx wave = readPcmHeader(header.data());

@@ -22,17 +22,14 @@ bool holdsText(std::span<const std::uint8_t> block, std::size_t offsetAt, std::s
 }  // namespace
 
 InfoRecord::InfoRecord(const InfoLayout& layout, std::span<const std::uint8_t> bytes) : m_pLayout(&layout) {
-  const bool bFixedPart = bytes.size() >= layout.fixedSize;
-  const std::uint32_t uSize = bFixedPart ? readLE32(bytes.data() + kInfoSizeAt) : 0;
-  bool bValid = asserted(uSize >= layout.fixedSize && uSize <= bytes.size(), "size of the record");
+  const std::uint32_t uSize = bytes.size() >= layout.fixedSize ? readLE32(bytes.data() + kInfoSizeAt) : 0;
+  bool bValid = JASSERTED(uSize >= layout.fixedSize && uSize <= bytes.size());
   if (bValid) {
     m_bytes = bytes.first(uSize);
-    bValid = asserted(holdsText(m_bytes, layout.mimeTypeOffAt, layout.fixedSize), "dwMIMETypeOff") &&
-             asserted(layout.packetizedFormatOffAt == 0 ||
-                          holdsText(m_bytes, layout.packetizedFormatOffAt, layout.fixedSize),
-                      "dwPacketizedFormatOff") &&
-             asserted(holdsText(m_bytes, layout.streamParamsOffAt, layout.streamParamsOffMin),
-                      "dwXMLStreamParamsOff");
+    const bool bPacketized = layout.packetizedFormatOffAt != 0;
+    bValid = JASSERTED(holdsText(m_bytes, layout.mimeTypeOffAt, layout.fixedSize)) &&
+             JASSERTED(!bPacketized || holdsText(m_bytes, layout.packetizedFormatOffAt, layout.fixedSize)) &&
+             JASSERTED(holdsText(m_bytes, layout.streamParamsOffAt, layout.streamParamsOffMin));
   }
   if (!bValid) {
     QM_THROW(JTextError, "invalid %s record", layout.szName);

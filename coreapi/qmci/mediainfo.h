@@ -63,7 +63,9 @@ class MediaInfo {
  protected:
   explicit MediaInfo(const InfoLayout& layout);
   MediaInfo(const MediaInfo&) = default;
+  MediaInfo(MediaInfo&&) noexcept = default;
   MediaInfo& operator=(const MediaInfo&) = default;
+  MediaInfo& operator=(MediaInfo&&) noexcept = default;
 
   const InfoLayout& getLayout() const noexcept { return *m_pLayout; }
 

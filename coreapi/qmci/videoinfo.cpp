@@ -168,11 +168,11 @@ bool QMVideoInfo::updateVideoInfoFromXMLDesc(const char* pText, std::size_t size
 }
 
 bool QMVideoInfo::updateFromBMI(std::span<const std::uint8_t> header, std::uint32_t uInterlace) {
-  if (!asserted(header.size() >= kBitmapHeaderSize, "size of the bitmap header")) {
+  if (!JASSERTED(header.size() >= kBitmapHeaderSize)) {
     return false;
   }
   const BitmapInfoHeader bitmap = readBitmapHeader(header.data());
-  if (!asserted(bitmap.biSize >= kBitmapHeaderSize && bitmap.biSize <= header.size(), "biSize")) {
+  if (!JASSERTED(bitmap.biSize >= kBitmapHeaderSize && bitmap.biSize <= header.size())) {
     return false;
   }
   const std::span<const std::uint8_t> extra =
@@ -186,14 +186,14 @@ bool QMVideoInfo::updateFromBMI(std::span<const std::uint8_t> header, std::uint3
 
 bool QMVideoInfo::updateFromHeader(const BitmapInfoHeader& header, std::span<const std::uint8_t> extra,
                                    std::uint32_t uInterlace) {
-  if (!asserted(header.biWidth >= 0, "biWidth") ||
-      !asserted(header.biHeight != std::numeric_limits<std::int32_t>::min(), "biHeight")) {
+  if (!JASSERTED(header.biWidth >= 0) ||
+      !JASSERTED(header.biHeight != std::numeric_limits<std::int32_t>::min())) {
     return false;
   }
   const auto uWidth = static_cast<std::uint32_t>(header.biWidth);
   const auto uHeight = static_cast<std::uint32_t>(header.biHeight < 0 ? -header.biHeight : header.biHeight);
   const std::optional<std::uint32_t> size = nominalSize(header, std::uint64_t{uWidth} * uHeight);
-  if (!asserted(size.has_value(), "biSizeImage")) {
+  if (!JASSERTED(size.has_value())) {
     return false;
   }
   reset();

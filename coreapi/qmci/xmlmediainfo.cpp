@@ -1,5 +1,7 @@
 #include "coreapi/qmci/xmlmediainfo.h"
 
+#include <utility>
+
 #include "coreapi/qmci/audioinfonoxml.h"
 #include "coreapi/qmci/datainfonoxml.h"
 #include "coreapi/qmci/videoinfonoxml.h"
@@ -35,8 +37,8 @@ void XmlMediaInfo<NoXml>::init(std::span<const std::uint8_t> record, const char*
     qm_err::logText(qm_err::kLogWarning, "init(): xml additional parameters could no be retrieve");
     QM_THROW(JTextError, "%s::init(): xml setConfig failed", this->getLayout().szClass);
   }
-  NoXml::operator=(copy);
-  m_additional = additional;
+  NoXml::operator=(std::move(copy));
+  m_additional = std::move(additional);
   keepCodingParams();
 }
 
@@ -71,7 +73,7 @@ bool XmlMediaInfo<NoXml>::setTexts(const std::string& sMIMEType, const std::stri
     return false;
   }
   NoXml::setTexts(sMIMEType, sPacketizedFormat, sStreamParams);
-  m_additional = additional;
+  m_additional = std::move(additional);
   keepCodingParams();
   return true;
 }

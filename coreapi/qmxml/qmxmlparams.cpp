@@ -94,19 +94,24 @@ QMXmlParams::QMXmlParams(const QMXmlParams& other)
       m_sRootName(other.m_sRootName),
       m_sSchemaHead(other.m_sSchemaHead) {}
 
-QMXmlParams& QMXmlParams::operator=(const QMXmlParams& other) {
-  if (this != &other) {
-    QMXmlParams copy(other);
-    std::swap(m_pConfig, copy.m_pConfig);
-    std::swap(m_pSchema, copy.m_pSchema);
-    std::swap(m_pSchemaBuffer, copy.m_pSchemaBuffer);
-    m_sConfig.swap(copy.m_sConfig);
-    m_sSchema.swap(copy.m_sSchema);
-    m_bSchemaComplete = copy.m_bSchemaComplete;
-    m_sRootName.swap(copy.m_sRootName);
-    m_sSchemaHead.swap(copy.m_sSchemaHead);
-  }
+QMXmlParams::QMXmlParams(QMXmlParams&& other) noexcept {
+  swap(other);
+}
+
+QMXmlParams& QMXmlParams::operator=(QMXmlParams other) noexcept {
+  swap(other);
   return *this;
+}
+
+void QMXmlParams::swap(QMXmlParams& other) noexcept {
+  std::swap(m_pConfig, other.m_pConfig);
+  std::swap(m_pSchema, other.m_pSchema);
+  std::swap(m_pSchemaBuffer, other.m_pSchemaBuffer);
+  m_sConfig.swap(other.m_sConfig);
+  m_sSchema.swap(other.m_sSchema);
+  std::swap(m_bSchemaComplete, other.m_bSchemaComplete);
+  m_sRootName.swap(other.m_sRootName);
+  m_sSchemaHead.swap(other.m_sSchemaHead);
 }
 
 QMXmlParams::~QMXmlParams() {

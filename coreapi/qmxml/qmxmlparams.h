@@ -45,7 +45,8 @@ class QMXmlParams {
 
   /// Copies both documents, not a schema that is being built.
   QMXmlParams(const QMXmlParams& other);
-  QMXmlParams& operator=(const QMXmlParams& other);
+  QMXmlParams(QMXmlParams&& other) noexcept;
+  QMXmlParams& operator=(QMXmlParams other) noexcept;
   virtual ~QMXmlParams();
 
   /// Begins a schema with the opening of its grammar.
@@ -177,6 +178,7 @@ class QMXmlParams {
 
  private:
   bool validate(_xmlDoc* pDocument) const;
+  void swap(QMXmlParams& other) noexcept;
   _xmlNode* getRoot() const;
   _xmlNode* findNode(const std::string& sPath) const;
   _xmlNode* findParam(const std::string& sName, const std::string& sPath) const;

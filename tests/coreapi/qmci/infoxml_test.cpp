@@ -6,8 +6,8 @@
 #include "coreapi/qmci/videoinfo.h"
 #include "coreapi/qmxml/qmxml.h"
 #include "tests/coreapi/qmci/infosupport.h"
-#include "tests/coreapi/qmxml/xmllint.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/xmllint.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include "coreapi/qmci/videoinfonoxml.h"
 #include "coreapi/qmxml/qmxml.h"
 #include "tests/coreapi/qmci/streamsamples.h"
-#include "tests/coreapi/qmxml/xmllint.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/xmllint.h"
 
 namespace qm_ci {
 namespace {

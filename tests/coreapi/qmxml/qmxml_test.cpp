@@ -12,9 +12,9 @@
 #include "coreapi/qmxml/qmxmlparams.h"
 #include "coreapi/qmxml/qmxmlreader.h"
 #include "coreapi/qmxml/qmxmltree.h"
-#include "tests/coreapi/qmxml/xmllint.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/tempdir.h"
+#include "tests/support/xmllint.h"
 
 namespace {
 
@@ -60,6 +60,7 @@ constexpr const char* kSchema =
 
 TEST(XmlLife, IsCountedAndOneShutdownTooManyIsMisuse) {
   const qm_test::LogCapture log;
+  const xmlExternalEntityLoader loader = xmlGetExternalEntityLoader();
   EXPECT_FALSE(QMXml::isInitialized());
   QMXml::initialize();
   QMXml::initialize();
@@ -68,6 +69,7 @@ TEST(XmlLife, IsCountedAndOneShutdownTooManyIsMisuse) {
   readAndClose("<a/>");
   QMXml::shutdown();
   EXPECT_FALSE(QMXml::isInitialized());
+  EXPECT_EQ(xmlGetExternalEntityLoader(), loader) << "the host's own is put back";
   EXPECT_TRUE(log.messages().empty());
   QMXml::shutdown();
   EXPECT_TRUE(

@@ -2,8 +2,8 @@
 
 #include "coreapi/qmxml/qmxml.h"
 #include "coreapi/qmxml/qmxmlparams.h"
-#include "tests/coreapi/qmxml/xmllint.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/xmllint.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tests/coreapi/qmxml/xmllint.h"
+#include "tests/support/xmllint.h"
 
 #include <cstdlib>
 #include <stdexcept>
