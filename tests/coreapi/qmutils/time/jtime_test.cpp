@@ -152,7 +152,8 @@ INSTANTIATE_TEST_SUITE_P(Time, DecimalText,
                                          TextCase{"MinusOneIsTheOpenEnd", "-1", true, kMax},
                                          TextCase{"BlanksAndTail", " 7x", true, 7},
                                          TextCase{"Empty", "", false, 42},
-                                         TextCase{"NoNumber", "x7", false, 42}),
+                                         TextCase{"NoNumber", "x7", false, 42},
+                                         TextCase{"NoText", nullptr, false, 42}),
                          [](const auto& row) { return std::string(row.param.name); });
 
 TEST(Time, TextIsTheDecimalCount) {
