@@ -12,8 +12,12 @@
 #include "coreapi/qmutils/thread/jwaitable.h"
 #include "tests/coreapi/qmutils/thread/threadhelp.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/withoutlog.h"
 
 namespace {
+
+[[maybe_unused]] const auto* const g_pWithoutLog =
+    testing::AddGlobalTestEnvironment(new qm_test::WithoutLog);
 
 using qm_test::Crew;
 using qm_test::LogCapture;
