@@ -80,33 +80,31 @@ struct TrimCase {
   std::string sSpaceLeft, sSpaceRight, sSpace;
 };
 
-class Trim : public testing::TestWithParam<TrimCase> {};
-
-TEST_P(Trim, RemovesWhatItsNameSays) {
-  const auto after = [](auto trim, auto sText) {
-    trim(sText);
-    return sText;
-  };
-  const auto wide = [](const std::string& sText) { return std::u16string(sText.begin(), sText.end()); };
-  const TrimCase& row = GetParam();
-  EXPECT_EQ(after([](std::string& s) { qm_utils::trimLeft(s); }, row.sText), row.sBlanksLeft);
-  EXPECT_EQ(after([](std::string& s) { qm_utils::trimRight(s); }, row.sText), row.sBlanksRight);
-  EXPECT_EQ(after([](std::u16string& s) { qm_utils::trimLeft(s); }, wide(row.sText)), wide(row.sBlanksLeft));
-  EXPECT_EQ(after([](std::u16string& s) { qm_utils::trimRight(s); }, wide(row.sText)),
-            wide(row.sBlanksRight));
-  EXPECT_EQ(after(qm_utils::trimSpaceLeft, row.sText), row.sSpaceLeft);
-  EXPECT_EQ(after(qm_utils::trimSpaceRight, row.sText), row.sSpaceRight);
-  EXPECT_EQ(after(qm_utils::trimSpace, row.sText), row.sSpace);
+TEST(Trim, RemovesWhatItsNameSays) {
+  const TrimCase rows[] = {
+      {"Empty", "", "", "", "", "", ""},
+      {"OnlyBlanks", "  ", "", "", "", "", ""},
+      {"Inside", "a b", "a b", "a b", "a b", "a b", "a b"},
+      {"BothEnds", "  a b ", "a b ", "  a b", "a b ", "  a b", "a b"},
+      {"OtherSpace", "\t\r\n a\v\f", "\t\r\n a\v\f", "\t\r\n a\v\f", "a\v\f", "\t\r\n a", "a"},
+      {"NoBreakSpace", "\xC2\xA0", "\xC2\xA0", "\xC2\xA0", "\xC2\xA0", "\xC2\xA0", "\xC2\xA0"}};
+  for (const TrimCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto after = [](auto trim, auto sText) {
+      trim(sText);
+      return sText;
+    };
+    const auto wide = [](const std::string& sText) { return std::u16string(sText.begin(), sText.end()); };
+    EXPECT_EQ(after([](std::string& s) { qm_utils::trimLeft(s); }, row.sText), row.sBlanksLeft);
+    EXPECT_EQ(after([](std::string& s) { qm_utils::trimRight(s); }, row.sText), row.sBlanksRight);
+    EXPECT_EQ(after([](std::u16string& s) { qm_utils::trimLeft(s); }, wide(row.sText)),
+              wide(row.sBlanksLeft));
+    EXPECT_EQ(after([](std::u16string& s) { qm_utils::trimRight(s); }, wide(row.sText)),
+              wide(row.sBlanksRight));
+    EXPECT_EQ(after(qm_utils::trimSpaceLeft, row.sText), row.sSpaceLeft);
+    EXPECT_EQ(after(qm_utils::trimSpaceRight, row.sText), row.sSpaceRight);
+    EXPECT_EQ(after(qm_utils::trimSpace, row.sText), row.sSpace);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Text, Trim,
-    testing::Values(
-        TrimCase{"Empty", "", "", "", "", "", ""}, TrimCase{"OnlyBlanks", "  ", "", "", "", "", ""},
-        TrimCase{"Inside", "a b", "a b", "a b", "a b", "a b", "a b"},
-        TrimCase{"BothEnds", "  a b ", "a b ", "  a b", "a b ", "  a b", "a b"},
-        TrimCase{"OtherSpace", "\t\r\n a\v\f", "\t\r\n a\v\f", "\t\r\n a\v\f", "a\v\f", "\t\r\n a", "a"},
-        TrimCase{"NoBreakSpace", "\xC2\xA0", "\xC2\xA0", "\xC2\xA0", "\xC2\xA0", "\xC2\xA0", "\xC2\xA0"}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace

@@ -16,27 +16,25 @@ struct PairCase {
   std::string sUtf8;
 };
 
-class Utf8Pair : public testing::TestWithParam<PairCase> {};
-
-TEST_P(Utf8Pair, ConvertsIntoEachOther) {
-  const auto& [name, sWide, sUtf8] = GetParam();
-  EXPECT_EQ(JUTF8Codec::toUtf8(sWide.c_str()), sUtf8);
-  EXPECT_EQ(JUTF8Codec::toWide(sUtf8.c_str()), sWide);
-  EXPECT_EQ(JUTF8Codec::getUtf8Length(sWide.c_str()), sUtf8.size());
-  EXPECT_EQ(JUTF8Codec::getWideLength(sUtf8.c_str()), sWide.size());
+TEST(Codec, ConvertsIntoEachOther) {
+  const PairCase rows[] = {{"Empty", u"", ""},
+                           {"Accent", u"\u00E9", "\xC3\xA9"},
+                           {"LastOfOneByte", u"\x7F", "\x7F"},
+                           {"FirstOfTwo", u"\u0080", "\xC2\x80"},
+                           {"LastOfTwo", u"\u07FF", "\xDF\xBF"},
+                           {"FirstOfThree", u"\u0800", "\xE0\xA0\x80"},
+                           {"LastOfThree", u"\uFFFF", "\xEF\xBF\xBF"},
+                           {"SurrogatePair", u"\U0001F600", "\xED\xA0\xBD\xED\xB8\x80"},
+                           {"HalfAPair", std::u16string(1, 0xD800), "\xED\xA0\x80"}};
+  for (const PairCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto& [name, sWide, sUtf8] = row;
+    EXPECT_EQ(JUTF8Codec::toUtf8(sWide.c_str()), sUtf8);
+    EXPECT_EQ(JUTF8Codec::toWide(sUtf8.c_str()), sWide);
+    EXPECT_EQ(JUTF8Codec::getUtf8Length(sWide.c_str()), sUtf8.size());
+    EXPECT_EQ(JUTF8Codec::getWideLength(sUtf8.c_str()), sWide.size());
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Codec, Utf8Pair,
-                         testing::Values(PairCase{"Empty", u"", ""},
-                                         PairCase{"Accent", u"\u00E9", "\xC3\xA9"},
-                                         PairCase{"LastOfOneByte", u"\x7F", "\x7F"},
-                                         PairCase{"FirstOfTwo", u"\u0080", "\xC2\x80"},
-                                         PairCase{"LastOfTwo", u"\u07FF", "\xDF\xBF"},
-                                         PairCase{"FirstOfThree", u"\u0800", "\xE0\xA0\x80"},
-                                         PairCase{"LastOfThree", u"\uFFFF", "\xEF\xBF\xBF"},
-                                         PairCase{"SurrogatePair", u"\U0001F600", "\xED\xA0\xBD\xED\xB8\x80"},
-                                         PairCase{"HalfAPair", std::u16string(1, 0xD800), "\xED\xA0\x80"}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 struct WideCase {
   const char* name;
@@ -45,34 +43,33 @@ struct WideCase {
   std::size_t length;  ///< as `getWideLength` counts
 };
 
-class IrregularUtf8 : public testing::TestWithParam<WideCase> {};
-
-TEST_P(IrregularUtf8, BecomesTheUnitsOfTheTable) {
-  const auto& [name, sUtf8, units, length] = GetParam();
-  // The same again behind and before enough text that it goes in blocks.
-  for (const std::string& sAround :
-       {std::string(), std::string(40, 'a'), std::string(41, 'b') + "\xC3\xA9"}) {
-    const std::u16string sWideAround = JUTF8Codec::toWide(sAround.c_str());
-    EXPECT_EQ(JUTF8Codec::toWide((sAround + sUtf8).c_str()),
-              sWideAround + std::u16string(units.begin(), units.end()));
-    EXPECT_EQ(JUTF8Codec::getWideLength((sAround + sUtf8).c_str()), sWideAround.size() + length);
+TEST(Codec, IrregularUtf8BecomesTheUnitsOfTheTable) {
+  const WideCase rows[] = {{"FourBytes", "\xF0\x9F\x98\x80.", {0xF600, '.'}, 2},
+                           {"LastFourBytes", "\xF7\xBF\xBF\xBF.", {0xFFFF, '.'}, 2},
+                           {"FiveBytes", "\xF8\x81\x82\x83\x84.", {0x20C4, '.'}, 2},
+                           {"SixBytes", "\xFD\x81\x82\x83\x84\x85.", {0x3105, '.'}, 2},
+                           {"ContinuationsUnchecked", "\xC3\x41\xE4\x42\x43.", {0x00C1, 0x4083, '.'}, 3},
+                           {"OverlongThree", "\xE0\x80\x80.", {0, '.'}, 2},
+                           {"ContinuationFirst", "a\x80z", {'a'}, 1},
+                           {"OverlongTwo", "a\xC1\x81z", {'a'}, 1},
+                           {"ByteFE", "a\xFEz", {'a'}, 1},
+                           {"ByteFF", "a\xFFz", {'a'}, 1},
+                           {"CutTwo", "a\xC3", {'a'}, 2},
+                           {"CutThree", "a\xE2\x82", {'a'}, 2},
+                           {"CutSix", "a\xFC\x80\x80\x80\x80", {'a'}, 2}};
+  for (const WideCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto& [name, sUtf8, units, length] = row;
+    // The same again behind and before enough text that it goes in blocks.
+    for (const std::string& sAround :
+         {std::string(), std::string(40, 'a'), std::string(41, 'b') + "\xC3\xA9"}) {
+      const std::u16string sWideAround = JUTF8Codec::toWide(sAround.c_str());
+      EXPECT_EQ(JUTF8Codec::toWide((sAround + sUtf8).c_str()),
+                sWideAround + std::u16string(units.begin(), units.end()));
+      EXPECT_EQ(JUTF8Codec::getWideLength((sAround + sUtf8).c_str()), sWideAround.size() + length);
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Codec, IrregularUtf8,
-    testing::Values(WideCase{"FourBytes", "\xF0\x9F\x98\x80.", {0xF600, '.'}, 2},
-                    WideCase{"LastFourBytes", "\xF7\xBF\xBF\xBF.", {0xFFFF, '.'}, 2},
-                    WideCase{"FiveBytes", "\xF8\x81\x82\x83\x84.", {0x20C4, '.'}, 2},
-                    WideCase{"SixBytes", "\xFD\x81\x82\x83\x84\x85.", {0x3105, '.'}, 2},
-                    WideCase{"ContinuationsUnchecked", "\xC3\x41\xE4\x42\x43.", {0x00C1, 0x4083, '.'}, 3},
-                    WideCase{"OverlongThree", "\xE0\x80\x80.", {0, '.'}, 2},
-                    WideCase{"ContinuationFirst", "a\x80z", {'a'}, 1},
-                    WideCase{"OverlongTwo", "a\xC1\x81z", {'a'}, 1}, WideCase{"ByteFE", "a\xFEz", {'a'}, 1},
-                    WideCase{"ByteFF", "a\xFFz", {'a'}, 1}, WideCase{"CutTwo", "a\xC3", {'a'}, 2},
-                    WideCase{"CutThree", "a\xE2\x82", {'a'}, 2},
-                    WideCase{"CutSix", "a\xFC\x80\x80\x80\x80", {'a'}, 2}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 struct BoundedCase {
   const char* name;
@@ -81,23 +78,21 @@ struct BoundedCase {
   std::string sUtf8;
 };
 
-class BoundedUtf8 : public testing::TestWithParam<BoundedCase> {};
-
-TEST_P(BoundedUtf8, NeverCutsASequence) {
-  const auto& [name, sWide, iSize, sUtf8] = GetParam();
-  std::vector<char> buffer(static_cast<std::size_t>(iSize), '#');
-  EXPECT_EQ(JUTF8Codec::toUtf8(sWide.c_str(), buffer.data(), iSize), buffer.data());
-  EXPECT_EQ(std::string(buffer.data()), sUtf8);
+TEST(Codec, BoundedUtf8NeverCutsASequence) {
+  const BoundedCase rows[] = {{"TwoOfThreeInThree", u"\u20AC\u20AC", 3, ""},
+                              {"TwoOfThreeInFour", u"\u20AC\u20AC", 4, "\xE2\x82\xAC"},
+                              {"TwoOfThreeInSix", u"\u20AC\u20AC", 6, "\xE2\x82\xAC"},
+                              {"StopsAtTheFirstThatDoesNotFit", u"a\u20ACb", 4, "a"},
+                              {"OnlyTheEnd", u"abc", 1, ""},
+                              {"Exact", u"abc", 4, "abc"}};
+  for (const BoundedCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto& [name, sWide, iSize, sUtf8] = row;
+    std::vector<char> buffer(static_cast<std::size_t>(iSize), '#');
+    EXPECT_EQ(JUTF8Codec::toUtf8(sWide.c_str(), buffer.data(), iSize), buffer.data());
+    EXPECT_EQ(std::string(buffer.data()), sUtf8);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Codec, BoundedUtf8,
-                         testing::Values(BoundedCase{"TwoOfThreeInThree", u"\u20AC\u20AC", 3, ""},
-                                         BoundedCase{"TwoOfThreeInFour", u"\u20AC\u20AC", 4, "\xE2\x82\xAC"},
-                                         BoundedCase{"TwoOfThreeInSix", u"\u20AC\u20AC", 6, "\xE2\x82\xAC"},
-                                         BoundedCase{"StopsAtTheFirstThatDoesNotFit", u"a\u20ACb", 4, "a"},
-                                         BoundedCase{"OnlyTheEnd", u"abc", 1, ""},
-                                         BoundedCase{"Exact", u"abc", 4, "abc"}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(Codec, NothingGivesAnEmptyResult) {
   const char16_t* const szNoWide = nullptr;

@@ -42,24 +42,21 @@ struct UnixCase {
   std::uint32_t uMicroseconds;
 };
 
-class UnixSeconds : public testing::TestWithParam<UnixCase> {};
-
-TEST_P(UnixSeconds, AreClampedAndRoundDown) {
-  std::uint32_t uMicroseconds = 77;
-  EXPECT_EQ(us(GetParam().uTime).toUnixSeconds(&uMicroseconds), GetParam().iSeconds);
-  EXPECT_EQ(uMicroseconds, GetParam().uMicroseconds);
-  EXPECT_EQ(us(GetParam().uTime).toUnixSeconds(), GetParam().iSeconds);
+TEST(UnixSeconds, AreClampedAndRoundDown) {
+  const UnixCase rows[] = {{"Epoch", JTime::kEpochOffset, 0, 0},
+                           {"JustBefore", JTime::kEpochOffset - 1, -1, 999'999},
+                           {"Zero", 0, -2147483648, 0},
+                           {"BelowLowest", JTime::kLowestConvertible - 1, -2147483648, 0},
+                           {"Highest", JTime::kHighestConvertible, 2147483647, 999'999},
+                           {"AllOnes", kMax, 2147483647, 999'999}};
+  for (const UnixCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::uint32_t uMicroseconds = 77;
+    EXPECT_EQ(us(row.uTime).toUnixSeconds(&uMicroseconds), row.iSeconds);
+    EXPECT_EQ(uMicroseconds, row.uMicroseconds);
+    EXPECT_EQ(us(row.uTime).toUnixSeconds(), row.iSeconds);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Time, UnixSeconds,
-                         testing::Values(UnixCase{"Epoch", JTime::kEpochOffset, 0, 0},
-                                         UnixCase{"JustBefore", JTime::kEpochOffset - 1, -1, 999'999},
-                                         UnixCase{"Zero", 0, -2147483648, 0},
-                                         UnixCase{"BelowLowest", JTime::kLowestConvertible - 1, -2147483648,
-                                                  0},
-                                         UnixCase{"Highest", JTime::kHighestConvertible, 2147483647, 999'999},
-                                         UnixCase{"AllOnes", kMax, 2147483647, 999'999}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 struct MoveCase {
   const char* name;
@@ -68,23 +65,20 @@ struct MoveCase {
   std::uint64_t uAdded, uSubtracted;
 };
 
-class Moving : public testing::TestWithParam<MoveCase> {};
-
-TEST_P(Moving, SaturatesAtBothEnds) {
-  const MoveCase& row = GetParam();
-  EXPECT_EQ(us(row.uTime).add(row.iBy), us(row.uAdded));
-  EXPECT_EQ(us(row.uTime).subtract(row.iBy), us(row.uSubtracted));
+TEST(TimeMoved, SaturatesAtBothEnds) {
+  const MoveCase rows[] = {{"Small", 100, 30, 130, 70},
+                           {"Negative", 100, -30, 70, 130},
+                           {"NegativeBeyondZero", 100, -101, 0, 201},
+                           {"LowestFromZero", 0, kLowest, 0, std::uint64_t{1} << 63},
+                           {"HighestFromMax", kMax, kHighest, kMax, kMax - kHighest},
+                           {"LowestFromMax", kMax, kLowest, kMax >> 1, kMax},
+                           {"OneFromMax", kMax, 1, kMax, kMax - 1}};
+  for (const MoveCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(us(row.uTime).add(row.iBy), us(row.uAdded));
+    EXPECT_EQ(us(row.uTime).subtract(row.iBy), us(row.uSubtracted));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Time, Moving,
-                         testing::Values(MoveCase{"Small", 100, 30, 130, 70},
-                                         MoveCase{"Negative", 100, -30, 70, 130},
-                                         MoveCase{"NegativeBeyondZero", 100, -101, 0, 201},
-                                         MoveCase{"LowestFromZero", 0, kLowest, 0, std::uint64_t{1} << 63},
-                                         MoveCase{"HighestFromMax", kMax, kHighest, kMax, kMax - kHighest},
-                                         MoveCase{"LowestFromMax", kMax, kLowest, kMax >> 1, kMax},
-                                         MoveCase{"OneFromMax", kMax, 1, kMax, kMax - 1}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(Time, DifferenceForRangeChecksWraps) {
   EXPECT_EQ(us(5).wrappingDifference(us(3)), 2U);
@@ -97,27 +91,22 @@ struct RoundCase {
   std::uint64_t uUp, uDown, uNext, uPrevious;
 };
 
-class Rounding : public testing::TestWithParam<RoundCase> {};
-
-TEST_P(Rounding, FindsTheMultipleThatItsNameSays) {
-  const RoundCase& row = GetParam();
-  const JTime interval = us(row.uInterval);
-  EXPECT_EQ(us(row.uTime).roundUp(interval), us(row.uUp));
-  EXPECT_EQ(us(row.uTime).roundDown(interval), us(row.uDown));
-  EXPECT_EQ(us(row.uTime).nextMultiple(interval), us(row.uNext));
-  EXPECT_EQ(us(row.uTime).previousMultiple(interval), us(row.uPrevious));
+TEST(TimeRounded, FindsTheMultipleThatItsNameSays) {
+  const RoundCase rows[] = {{"Between", 1'500'000, 1'000'000, 2'000'000, 1'000'000, 2'000'000, 1'000'000},
+                            {"OnAMultiple", 2'000'000, 1'000'000, 2'000'000, 2'000'000, 3'000'000, 1'000'000},
+                            {"Zero", 0, 1'000'000, 0, 0, 1'000'000, 0},
+                            {"NoInterval", 1'234'567, 0, 1'234'567, 1'234'567, 1'234'567, 1'234'567},
+                            {"BelowTheFirst", 3, 10, 10, 0, 10, 0},
+                            {"NearTheEnd", kMax - 1, 1'000'000, kMax, kMax - 551'615, kMax, kMax - 551'615}};
+  for (const RoundCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const JTime interval = us(row.uInterval);
+    EXPECT_EQ(us(row.uTime).roundUp(interval), us(row.uUp));
+    EXPECT_EQ(us(row.uTime).roundDown(interval), us(row.uDown));
+    EXPECT_EQ(us(row.uTime).nextMultiple(interval), us(row.uNext));
+    EXPECT_EQ(us(row.uTime).previousMultiple(interval), us(row.uPrevious));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Time, Rounding,
-    testing::Values(RoundCase{"Between", 1'500'000, 1'000'000, 2'000'000, 1'000'000, 2'000'000, 1'000'000},
-                    RoundCase{"OnAMultiple", 2'000'000, 1'000'000, 2'000'000, 2'000'000, 3'000'000,
-                              1'000'000},
-                    RoundCase{"Zero", 0, 1'000'000, 0, 0, 1'000'000, 0},
-                    RoundCase{"NoInterval", 1'234'567, 0, 1'234'567, 1'234'567, 1'234'567, 1'234'567},
-                    RoundCase{"BelowTheFirst", 3, 10, 10, 0, 10, 0},
-                    RoundCase{"NearTheEnd", kMax - 1, 1'000'000, kMax, kMax - 551'615, kMax, kMax - 551'615}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(Time, SplitsAnInterval) {
   std::uint64_t uHours = 0, uMinutes = 0, uSeconds = 0, uMicroseconds = 0;
@@ -137,24 +126,22 @@ struct TextCase {
   std::uint64_t uTime;
 };
 
-class DecimalText : public testing::TestWithParam<TextCase> {};
-
-TEST_P(DecimalText, ReadsAsScanfDoes) {
-  JTime time = us(42);
-  EXPECT_EQ(time.fromText(GetParam().szText), GetParam().bRead);
-  EXPECT_EQ(time, us(GetParam().uTime));
+TEST(DecimalText, ReadsAsScanfDoes) {
+  const TextCase rows[] = {{"Plain", "12938313599000001", true, 12938313599000001},
+                           {"Max", "18446744073709551615", true, kMax},
+                           {"TooLarge", "99999999999999999999", true, kMax},
+                           {"MinusOneIsTheOpenEnd", "-1", true, kMax},
+                           {"BlanksAndTail", " 7x", true, 7},
+                           {"Empty", "", false, 42},
+                           {"NoNumber", "x7", false, 42},
+                           {"NoText", nullptr, false, 42}};
+  for (const TextCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    JTime time = us(42);
+    EXPECT_EQ(time.fromText(row.szText), row.bRead);
+    EXPECT_EQ(time, us(row.uTime));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Time, DecimalText,
-                         testing::Values(TextCase{"Plain", "12938313599000001", true, 12938313599000001},
-                                         TextCase{"Max", "18446744073709551615", true, kMax},
-                                         TextCase{"TooLarge", "99999999999999999999", true, kMax},
-                                         TextCase{"MinusOneIsTheOpenEnd", "-1", true, kMax},
-                                         TextCase{"BlanksAndTail", " 7x", true, 7},
-                                         TextCase{"Empty", "", false, 42},
-                                         TextCase{"NoNumber", "x7", false, 42},
-                                         TextCase{"NoText", nullptr, false, 42}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(Time, TextIsTheDecimalCount) {
   EXPECT_EQ(us(0).toText(), "0");

@@ -170,28 +170,25 @@ struct JumpCase {
   const char* szUtc;
 };
 
-class ClockChange : public LocalTime, public testing::WithParamInterface<JumpCase> {};
-
-TEST_P(ClockChange, TakesTheEarlierHourAndCountsOnOverAGap) {
-  ASSERT_TRUE(qm_utils::setLocalTimeZone("Europe/Rome", qm_test::pack({machineZone("Europe/Rome")})));
-  JTime time;
-  EXPECT_TRUE(qm_utils::parseLocalNtpDate(GetParam().szLocal, time));
-  EXPECT_EQ(time.toUSFormat(), GetParam().szUtc);
+TEST_F(LocalTime, TakesTheEarlierHourAndCountsOnOverAGap) {
+  const JumpCase rows[] = {{"Winter", "01/15/2011 12:00:00.000001", "01/15/2011 11:00:00.000001UTC"},
+                           {"Summer", "07/15/2011 12:00:00.000001", "07/15/2011 10:00:00.000001UTC"},
+                           {"LastBeforeTheGap", "03/27/2011 01:59:59.9", "03/27/2011 00:59:59.000009UTC"},
+                           {"StartOfTheGap", "03/27/2011 02:00:00.0", "03/27/2011 01:00:00.000000UTC"},
+                           {"InTheGap", "03/27/2011 02:30:00.0", "03/27/2011 01:30:00.000000UTC"},
+                           {"FirstAfterTheGap", "03/27/2011 03:00:00.0", "03/27/2011 01:00:00.000000UTC"},
+                           {"FirstShownTwice", "10/30/2011 02:00:00.0", "10/30/2011 00:00:00.000000UTC"},
+                           {"ShownTwice", "10/30/2011 02:30:00.0", "10/30/2011 00:30:00.000000UTC"},
+                           {"FirstShownOnce", "10/30/2011 03:00:00.0", "10/30/2011 02:00:00.000000UTC"},
+                           {"DayBeyondTheMonth", "02/31/2011 12:00:00.0", "03/03/2011 11:00:00.000000UTC"}};
+  for (const JumpCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    ASSERT_TRUE(qm_utils::setLocalTimeZone("Europe/Rome", qm_test::pack({machineZone("Europe/Rome")})));
+    JTime time;
+    EXPECT_TRUE(qm_utils::parseLocalNtpDate(row.szLocal, time));
+    EXPECT_EQ(time.toUSFormat(), row.szUtc);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    LocalTime, ClockChange,
-    testing::Values(JumpCase{"Winter", "01/15/2011 12:00:00.000001", "01/15/2011 11:00:00.000001UTC"},
-                    JumpCase{"Summer", "07/15/2011 12:00:00.000001", "07/15/2011 10:00:00.000001UTC"},
-                    JumpCase{"LastBeforeTheGap", "03/27/2011 01:59:59.9", "03/27/2011 00:59:59.000009UTC"},
-                    JumpCase{"StartOfTheGap", "03/27/2011 02:00:00.0", "03/27/2011 01:00:00.000000UTC"},
-                    JumpCase{"InTheGap", "03/27/2011 02:30:00.0", "03/27/2011 01:30:00.000000UTC"},
-                    JumpCase{"FirstAfterTheGap", "03/27/2011 03:00:00.0", "03/27/2011 01:00:00.000000UTC"},
-                    JumpCase{"FirstShownTwice", "10/30/2011 02:00:00.0", "10/30/2011 00:00:00.000000UTC"},
-                    JumpCase{"ShownTwice", "10/30/2011 02:30:00.0", "10/30/2011 00:30:00.000000UTC"},
-                    JumpCase{"FirstShownOnce", "10/30/2011 03:00:00.0", "10/30/2011 02:00:00.000000UTC"},
-                    JumpCase{"DayBeyondTheMonth", "02/31/2011 12:00:00.0", "03/03/2011 11:00:00.000000UTC"}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(LocalTime, DatesHaveNoSuffixAndKeepTheValidRange) {
   ASSERT_TRUE(qm_utils::setLocalTimeZone("X", qm_test::pack({fixedZone("X", 5400, "XT")})));
@@ -252,25 +249,25 @@ struct SignCase {
   const char* szLookedUp;
 };
 
-class SignOfName : public LocalTime, public testing::WithParamInterface<SignCase> {};
-
-TEST_P(SignOfName, IsChangedOnTheWayToThePack) {
-  const auto pack = qm_test::pack({fixedZone(GetParam().szLookedUp, 7200, GetParam().szLookedUp)});
-  EXPECT_TRUE(qm_utils::setLocalTimeZone(GetParam().szAsked, pack));
-  EXPECT_EQ(qm_utils::getLocalTimeZoneName(), GetParam().szLookedUp);
-  if (*GetParam().szAsked != '\0') {
-    EXPECT_EQ(JLocalSplitTime(JTime()).getZone(), GetParam().szAsked);  // and back in the abbreviation
+TEST_F(LocalTime, SignOfANameIsChangedOnTheWayToThePack) {
+  const SignCase rows[] = {{"EtcPlus", "Etc/GMT+2", "Etc/GMT-2"},
+                           {"EtcMinus", "Etc/GMT-11", "Etc/GMT+11"},
+                           {"Plus", "GMT+2", "GMT-2"},
+                           {"Minus", "GMT-2", "GMT+2"},
+                           {"NoSign", "Etc/GMT", "Etc/GMT"},
+                           {"NoSign0", "GMT0", "GMT0"},
+                           {"NotAtTheStart", "Own/GMT+2", "Own/GMT+2"},
+                           {"Nameless", "", "GMT"}};
+  for (const SignCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto pack = qm_test::pack({fixedZone(row.szLookedUp, 7200, row.szLookedUp)});
+    EXPECT_TRUE(qm_utils::setLocalTimeZone(row.szAsked, pack));
+    EXPECT_EQ(qm_utils::getLocalTimeZoneName(), row.szLookedUp);
+    if (*row.szAsked != '\0') {
+      EXPECT_EQ(JLocalSplitTime(JTime()).getZone(), row.szAsked);  // and back in the abbreviation
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    LocalTime, SignOfName,
-    testing::Values(SignCase{"EtcPlus", "Etc/GMT+2", "Etc/GMT-2"},
-                    SignCase{"EtcMinus", "Etc/GMT-11", "Etc/GMT+11"}, SignCase{"Plus", "GMT+2", "GMT-2"},
-                    SignCase{"Minus", "GMT-2", "GMT+2"}, SignCase{"NoSign", "Etc/GMT", "Etc/GMT"},
-                    SignCase{"NoSign0", "GMT0", "GMT0"}, SignCase{"NotAtTheStart", "Own/GMT+2", "Own/GMT+2"},
-                    SignCase{"Nameless", "", "GMT"}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(LocalTime, TimeMayHaveAZoneOfItsOwn) {
   const auto pack = qm_test::pack({fixedZone("X", 3600, "XT"), fixedZone("Y", 7200, "YT")});

@@ -16,33 +16,27 @@ struct FormCase {
   const char* szShort;
 };
 
-class CalendarForm : public testing::TestWithParam<FormCase> {};
-
-TEST_P(CalendarForm, IsTheNearestDateThatCanBeShown) {
-  const FormCase& row = GetParam();
-  EXPECT_EQ(row.time.toUSFormat(), row.szUS);
-  EXPECT_EQ(row.time.toISOFormat(), row.szISO);
-  EXPECT_EQ(row.time.toShortFormat(), row.szShort);
+TEST(CalendarForm, IsTheNearestDateThatCanBeShown) {
+  const FormCase rows[] = {
+      {"Epoch", JTime::fromMicroseconds(JTime::kEpochOffset), "01/01/1970 00:00:00.000000UTC",
+       "1970-01-01 00:00:00.000000 UTC", "00:00:00 01/01/1970"},
+      {"Ordinary", JTime::fromMicroseconds(12938313599000001), "12/31/2010 23:59:59.000001UTC",
+       "2010-12-31 23:59:59.000001 UTC", "23:59:59 12/31/2010"},
+      {"LeapDay", JTime::fromUnixSeconds(951782400), "02/29/2000 00:00:00.000000UTC",
+       "2000-02-29 00:00:00.000000 UTC", "00:00:00 02/29/2000"},
+      {"OpenStart", JTime::zero(), "12/13/1901 20:45:52.000000UTC", "1901-12-13 20:45:52.000000 UTC",
+       "20:45:52 12/13/1901"},
+      {"OpenEnd", JTime::max(), "01/19/2038 03:14:07.551615UTC", "2038-01-19 03:14:07.551615 UTC",
+       "03:14:07 01/19/2038"},
+      {"OwnMicrosecondsBelowTheRange", JTime::fromMicroseconds(7), "12/13/1901 20:45:52.000007UTC",
+       "1901-12-13 20:45:52.000007 UTC", "20:45:52 12/13/1901"}};
+  for (const FormCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(row.time.toUSFormat(), row.szUS);
+    EXPECT_EQ(row.time.toISOFormat(), row.szISO);
+    EXPECT_EQ(row.time.toShortFormat(), row.szShort);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(SplitTime, CalendarForm,
-                         testing::Values(FormCase{"Epoch", JTime::fromMicroseconds(JTime::kEpochOffset),
-                                                  "01/01/1970 00:00:00.000000UTC",
-                                                  "1970-01-01 00:00:00.000000 UTC", "00:00:00 01/01/1970"},
-                                         FormCase{"Ordinary", JTime::fromMicroseconds(12938313599000001),
-                                                  "12/31/2010 23:59:59.000001UTC",
-                                                  "2010-12-31 23:59:59.000001 UTC", "23:59:59 12/31/2010"},
-                                         FormCase{"LeapDay", JTime::fromUnixSeconds(951782400),
-                                                  "02/29/2000 00:00:00.000000UTC",
-                                                  "2000-02-29 00:00:00.000000 UTC", "00:00:00 02/29/2000"},
-                                         FormCase{"OpenStart", JTime::zero(), "12/13/1901 20:45:52.000000UTC",
-                                                  "1901-12-13 20:45:52.000000 UTC", "20:45:52 12/13/1901"},
-                                         FormCase{"OpenEnd", JTime::max(), "01/19/2038 03:14:07.551615UTC",
-                                                  "2038-01-19 03:14:07.551615 UTC", "03:14:07 01/19/2038"},
-                                         FormCase{"OwnMicrosecondsBelowTheRange", JTime::fromMicroseconds(7),
-                                                  "12/13/1901 20:45:52.000007UTC",
-                                                  "1901-12-13 20:45:52.000007 UTC", "20:45:52 12/13/1901"}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(SplitTime, FormsAreCutToTheirBuffer) {
   char szBuf[11] = "##########";
@@ -65,33 +59,30 @@ struct ReadCase {
   const char* szUS;  ///< what it reads as
 };
 
-class CalendarText : public testing::TestWithParam<ReadCase> {};
-
-TEST_P(CalendarText, ReadsByTheFormThatItsSeparatorsShow) {
-  EXPECT_EQ(JUTCSplitTime(GetParam().szText).toUSFormat(), GetParam().szUS);
+TEST(CalendarText, ReadsByTheFormThatItsSeparatorsShow) {
+  const ReadCase rows[] = {
+      {"US", "12/31/2010 23:59:59.000001UTC", "12/31/2010 23:59:59.000001UTC"},
+      {"USWithoutZeros", "1/2/2010 3:4:5.6", "01/02/2010 03:04:05.000006UTC"},
+      {"USOtherZone", "01/02/2010 03:04:05.000006PST x", "01/02/2010 03:04:05.000006PST"},
+      {"USWithoutFraction", "01/02/2010 03:04:05PST", "01/02/2010 03:04:05.000000UTC"},
+      {"USDateAlone", "01/02/2010", "01/02/2010 00:00:00.000000UTC"},
+      {"ISO", "2010-12-31 23:59:59.5 UTC", "12/31/2010 23:59:59.000005UTC"},
+      {"ISOOtherZone", "2010-12-31 23:59:59.5 CET", "12/31/2010 23:59:59.000005CET"},
+      {"Short", "23:59:59 12/31/2010", "12/31/2010 23:59:59.000000UTC"},
+      {"ShortCut", "23:59:59 12", "12/01/1601 23:59:59.000000UTC"},
+      {"DayBeyondTheMonth", "02/31/2011 00:00:00.0", "03/03/2011 00:00:00.000000UTC"},
+      {"EightCharacters", "1/1/2010", "01/01/1601 00:00:00.000000UTC"},
+      {"NineCharacters", "01/1/2010", "01/01/2010 00:00:00.000000UTC"},
+      {"Nonsense", "nonsense here", "01/01/1601 00:00:00.000000UTC"},
+      {"MicrosecondsBeyondASecond", "01/02/2010 03:04:05.5000007", "01/02/2010 03:04:05.000007UTC"},
+      {"ManyDays", "01/1000000/2010 00:00:00.0", "11/28/4747 00:00:00.000000UTC"},
+      {"BeforeAllTime", "01/01/1500 00:00:00.000009", "01/01/1601 00:00:00.000009UTC"},
+      {"BehindAllTime", "01/01/4294967295 00:00:00.0", "01/19/586155 08:01:49.551615UTC"}};
+  for (const ReadCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(JUTCSplitTime(row.szText).toUSFormat(), row.szUS);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    SplitTime, CalendarText,
-    testing::Values(
-        ReadCase{"US", "12/31/2010 23:59:59.000001UTC", "12/31/2010 23:59:59.000001UTC"},
-        ReadCase{"USWithoutZeros", "1/2/2010 3:4:5.6", "01/02/2010 03:04:05.000006UTC"},
-        ReadCase{"USOtherZone", "01/02/2010 03:04:05.000006PST x", "01/02/2010 03:04:05.000006PST"},
-        ReadCase{"USWithoutFraction", "01/02/2010 03:04:05PST", "01/02/2010 03:04:05.000000UTC"},
-        ReadCase{"USDateAlone", "01/02/2010", "01/02/2010 00:00:00.000000UTC"},
-        ReadCase{"ISO", "2010-12-31 23:59:59.5 UTC", "12/31/2010 23:59:59.000005UTC"},
-        ReadCase{"ISOOtherZone", "2010-12-31 23:59:59.5 CET", "12/31/2010 23:59:59.000005CET"},
-        ReadCase{"Short", "23:59:59 12/31/2010", "12/31/2010 23:59:59.000000UTC"},
-        ReadCase{"ShortCut", "23:59:59 12", "12/01/1601 23:59:59.000000UTC"},
-        ReadCase{"DayBeyondTheMonth", "02/31/2011 00:00:00.0", "03/03/2011 00:00:00.000000UTC"},
-        ReadCase{"EightCharacters", "1/1/2010", "01/01/1601 00:00:00.000000UTC"},
-        ReadCase{"NineCharacters", "01/1/2010", "01/01/2010 00:00:00.000000UTC"},
-        ReadCase{"Nonsense", "nonsense here", "01/01/1601 00:00:00.000000UTC"},
-        ReadCase{"MicrosecondsBeyondASecond", "01/02/2010 03:04:05.5000007", "01/02/2010 03:04:05.000007UTC"},
-        ReadCase{"ManyDays", "01/1000000/2010 00:00:00.0", "11/28/4747 00:00:00.000000UTC"},
-        ReadCase{"BeforeAllTime", "01/01/1500 00:00:00.000009", "01/01/1601 00:00:00.000009UTC"},
-        ReadCase{"BehindAllTime", "01/01/4294967295 00:00:00.0", "01/19/586155 08:01:49.551615UTC"}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(SplitTime, NoNumbersOverflow) {
   for (const int iNumber : {INT_MIN, INT_MIN + 1, -1, 0, INT_MAX}) {

@@ -106,34 +106,30 @@ struct RefusedCase {
   void (*damage)(PackZone& zone);
 };
 
-class RefusedZone : public testing::TestWithParam<RefusedCase> {};
-
-TEST_P(RefusedZone, IsNoZone) {
-  PackZone zone = smallZone();
-  zone.times = {5, 6};
-  zone.indices = {0, 1};
-  ASSERT_NE(TzifZone::parse(*buildTzifImage(qm_test::packRecord(zone), zone.sName)), nullptr);
-  GetParam().damage(zone);
-  EXPECT_EQ(TzifZone::parse(*buildTzifImage(qm_test::packRecord(zone), zone.sName)), nullptr);
+TEST(RefusedZone, IsNoZone) {
+  const RefusedCase rows[] = {
+      {"NoTypes",
+       [](PackZone& zone) {
+         zone.types.clear();
+         zone.times.clear();
+         zone.indices.clear();
+       }},
+      {"NoCharacters", [](PackZone& zone) { zone.sCharacters.clear(); }},
+      {"TypeBeyondTheTypes", [](PackZone& zone) { zone.indices[1] = 2; }},
+      {"AbbreviationBeyondTheCharacters", [](PackZone& zone) { zone.types[1].uAbbreviation = 5; }},
+      {"AbbreviationBeyondAByte", [](PackZone& zone) { zone.types[1].uAbbreviation = 256; }},
+      {"TimesDescend", [](PackZone& zone) { zone.times[1] = 4; }},
+      {"TimesRepeat", [](PackZone& zone) { zone.times[1] = 5; }}};
+  for (const RefusedCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    PackZone zone = smallZone();
+    zone.times = {5, 6};
+    zone.indices = {0, 1};
+    ASSERT_NE(TzifZone::parse(*buildTzifImage(qm_test::packRecord(zone), zone.sName)), nullptr);
+    row.damage(zone);
+    EXPECT_EQ(TzifZone::parse(*buildTzifImage(qm_test::packRecord(zone), zone.sName)), nullptr);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    ZonePack, RefusedZone,
-    testing::Values(RefusedCase{"NoTypes",
-                                [](PackZone& zone) {
-                                  zone.types.clear();
-                                  zone.times.clear();
-                                  zone.indices.clear();
-                                }},
-                    RefusedCase{"NoCharacters", [](PackZone& zone) { zone.sCharacters.clear(); }},
-                    RefusedCase{"TypeBeyondTheTypes", [](PackZone& zone) { zone.indices[1] = 2; }},
-                    RefusedCase{"AbbreviationBeyondTheCharacters",
-                                [](PackZone& zone) { zone.types[1].uAbbreviation = 5; }},
-                    RefusedCase{"AbbreviationBeyondAByte",
-                                [](PackZone& zone) { zone.types[1].uAbbreviation = 256; }},
-                    RefusedCase{"TimesDescend", [](PackZone& zone) { zone.times[1] = 4; }},
-                    RefusedCase{"TimesRepeat", [](PackZone& zone) { zone.times[1] = 5; }}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(TzifImage, IsRefusedWhenItIsCutOrNoImage) {
   Bytes image = *buildTzifImage(qm_test::packRecord(smallZone()), "A/B");
