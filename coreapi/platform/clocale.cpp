@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <locale.h>
 
+#include "coreapi/platform/plainprint.h"
+
 namespace qm_platform {
 
 namespace {
@@ -23,6 +25,10 @@ ScopedCLocale::~ScopedCLocale() {
 }
 
 int printC(char* buffer, std::size_t size, const char* format, va_list arguments) {
+  int length = 0;
+  if (printPlain(buffer, size, format, arguments, length)) {
+    return length;
+  }
   const ScopedCLocale locale;
   return std::vsnprintf(buffer, size, format, arguments);
 }
