@@ -147,11 +147,12 @@ std::size_t JParams::parse(std::string_view sText) {
     return reader.offset();
   }
   qm_utils::ParamStore entries;
+  qm_utils::ParamStore::Feed feed(entries);
   try {
     do {
-      const std::string_view sName = reader.readName();
-      entries.put(sName, reader.readValue());
-    } while (reader.readComma());
+      reader.readParameter();
+      feed.put(reader.name(), reader.sharedWithPrevious(), reader.followsPrevious(), reader.value());
+    } while (reader.hasMore());
   } catch (JError* pError) {
     qm_err::CaughtError error(pError);
     JCATCH_LOG(error.get());

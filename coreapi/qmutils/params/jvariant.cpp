@@ -233,9 +233,9 @@ std::size_t JVariant::parse(std::string_view sText) {
   qm_utils::ParamReader reader(sText);
   std::vector<std::unique_ptr<JVariant>> chain;
   do {
-    const std::string_view sName = reader.readName();
-    chain.push_back(std::make_unique<JVariant>(sName, reader.readValue()));
-  } while (reader.readComma());
+    reader.readParameter();
+    chain.push_back(std::make_unique<JVariant>(reader.name(), reader.value()));
+  } while (reader.hasMore());
 
   swapContent(*chain.front());
   JVariant* pLast = this;
@@ -252,13 +252,12 @@ bool JVariant::parse(std::string_view sText, std::string_view sWantedName) {
   JVariant found;
   bool bFound = false;
   do {
-    const bool bWanted = reader.readName() == sWantedName;
-    const ParamValue value = reader.readValue();
-    if (bWanted) {
-      found = JVariant(sWantedName, value);
+    reader.readParameter();
+    if (reader.name() == sWantedName) {
+      found = JVariant(sWantedName, reader.value());
       bFound = true;
     }
-  } while (reader.readComma());
+  } while (reader.hasMore());
   if (bFound) {
     swapContent(found);
   }

@@ -3,16 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "coreapi/platform/byteorder.h"
-#include "coreapi/qmutils/params/paramreader.h"
-
 namespace qm_utils {
 
 namespace {
-
-/// The length of a rest that needs more than its byte, and what stands in that byte then.
-constexpr std::size_t kLongLengthSize = 8;
-constexpr unsigned char kLongLength = 0xFF;
 
 /// Dead bytes that aren't worth a compaction.
 constexpr std::size_t kToleratedDead = 4096;
@@ -27,34 +20,27 @@ ParamLeaf::~ParamLeaf() {
 
 std::unique_ptr<ParamLeaf> ParamLeaf::clone() const {
   auto pClone = std::make_unique<ParamLeaf>(m_sAnchor);
+  pClone->m_sLow = m_sLow;
   if (m_held == 0) {
     pClone->m_slots = m_slots;
-    pClone->m_sBytes = m_sBytes;
+    pClone->m_bytes = GrowingBytes(m_bytes.size());
+    pClone->m_bytes.append(m_bytes.view());
     pClone->m_dead = m_dead;
     return pClone;
   }
   pClone->m_slots.reserve(count());
   for (std::size_t slot = 0; slot < count(); ++slot) {
     const std::string sName = name(slot);
-    pClone->insert(slot, pClone->keyOf(sName), value(slot));
+    pClone->insert(slot, *pClone->keyOf(sName), value(slot));
   }
   return pClone;
 }
 
-bool ParamLeaf::canTake(std::string_view sName) const noexcept {
-  return sName >= m_sAnchor;
-}
-
-ParamLeaf::Key ParamLeaf::keyOf(std::string_view sName) const noexcept {
-  return {sName, std::min(sharedLength(sName, m_sAnchor), kMaxShared)};
-}
-
-int ParamLeaf::compare(std::size_t slot, const Key& key) const noexcept {
+bool ParamLeaf::isNamed(std::size_t slot, std::string_view sName) const noexcept {
   const std::size_t shared = m_slots[slot].shared;
-  if (shared != key.shared) {
-    return shared > key.shared ? -1 : 1;
-  }
-  return nameEnd(slot).compare(key.name.substr(shared));
+  const std::string_view sEnd = nameEnd(slot);
+  return sName.size() == shared + sEnd.size() && sName.substr(shared) == sEnd &&
+         sName.substr(0, shared) == nameStart(slot);
 }
 
 /// Steps away from the hint in growing steps, then halves what is left.
@@ -90,34 +76,6 @@ ParamLeaf::Place ParamLeaf::find(const Key& key, std::size_t hint) const noexcep
   return {low, false};
 }
 
-ParamLeaf::Record ParamLeaf::recordOf(const Slot& slot) const noexcept {
-  const char* const pStart = m_sBytes.data() + slot.offset;
-  const char* pRest = pStart + 1;
-  std::size_t restLength = static_cast<unsigned char>(*pStart);
-  if (restLength == kLongLength) {
-    restLength = qm_platform::readLE64(pRest);
-    pRest += kLongLengthSize;
-  }
-  const std::string_view sBytes(pRest + restLength, hasBytes(slot) ? slot.content.size : 0);
-  return {{pRest, restLength}, sBytes, static_cast<std::size_t>(sBytes.data() + sBytes.size() - pStart)};
-}
-
-void ParamLeaf::writeRecord(Slot& slot, std::string_view sRest, std::string_view sBytes) {
-  slot.offset = m_sBytes.size() & kMaxOffset;
-  if (sRest.size() < kLongLength) {
-    m_sBytes.push_back(static_cast<char>(sRest.size()));
-  } else {
-    char length[1 + kLongLengthSize] = {static_cast<char>(kLongLength)};
-    qm_platform::writeLE64(length + 1, sRest.size());
-    m_sBytes.append(length, sizeof length);
-  }
-  m_sBytes.append(sRest).append(sBytes);
-}
-
-std::string_view ParamLeaf::nameEnd(std::size_t slot) const noexcept {
-  return recordOf(m_slots[slot]).rest;
-}
-
 std::string ParamLeaf::name(std::size_t slot) const {
   return std::string(nameStart(slot)).append(nameEnd(slot));
 }
@@ -136,18 +94,6 @@ ParamValue ParamLeaf::value(std::size_t slot) const noexcept {
                                      : ParamValue::ofInteger(from.content.integer, eType);
 }
 
-/// Sets kind and content; the bytes of a value are up to the caller.
-void ParamLeaf::setValue(Slot& slot, const ParamValue& value) noexcept {
-  slot.kind = static_cast<std::uint64_t>(value.type) & 0xFF;
-  if (value.hasBytes()) {
-    slot.content.size = value.size;
-  } else if (value.type == JVariant::T_DOUBLE) {
-    slot.content.number = value.number;
-  } else {
-    slot.content.integer = value.integer;
-  }
-}
-
 /// Leaves the name of a slot and an empty value.
 void ParamLeaf::dropValue(Slot& slot) noexcept {
   if (slot.kind == kHeld) {
@@ -159,16 +105,9 @@ void ParamLeaf::dropValue(Slot& slot) noexcept {
   setValue(slot, {});
 }
 
-void ParamLeaf::insertSlot(std::size_t slot, const Key& key, Slot filled, std::string_view sBytes) {
-  filled.shared = key.shared & kMaxShared;
-  writeRecord(filled, key.name.substr(key.shared), sBytes);
-  m_slots.insert(m_slots.begin() + static_cast<std::ptrdiff_t>(slot), filled);
-}
-
 void ParamLeaf::insert(std::size_t slot, const Key& key, const ParamValue& value) {
-  Slot filled;
-  setValue(filled, value);
-  insertSlot(slot, key, filled, value.hasBytes() ? value.bytes() : std::string_view());
+  m_slots.insert(m_slots.begin() + static_cast<std::ptrdiff_t>(slot),
+                 makeSlot(key.shared, key.name.substr(key.shared), value));
 }
 
 void ParamLeaf::insert(std::size_t slot, const Key& key, std::unique_ptr<JVariant> pHeld) {
@@ -179,11 +118,9 @@ void ParamLeaf::insert(std::size_t slot, const Key& key, std::unique_ptr<JVarian
 void ParamLeaf::replace(std::size_t slot, const ParamValue& value) {
   Slot& to = m_slots[slot];
   if (value.hasBytes()) {
-    // The name is written again, in front of the bytes of the value.
-    Slot filled = to;
-    setValue(filled, value);
+    // The name is written once more, in front of the bytes of the value.
+    const Slot filled = makeSlot(to.shared, std::string(nameEnd(slot)), value);
     const Record old = recordOf(to);
-    writeRecord(filled, std::string(old.rest), value.bytes());
     m_dead += old.size - old.bytes.size();
     dropValue(to);
     to = filled;
@@ -225,7 +162,7 @@ void ParamLeaf::moveTo(ParamLeaf& target, std::size_t first, std::size_t last) {
   std::string sName;
   for (std::size_t slot = first; slot < last; ++slot) {
     sName.assign(nameStart(slot)).append(nameEnd(slot));
-    const Key key = target.keyOf(sName);
+    const Key key = *target.keyOf(sName);
     Slot& from = m_slots[slot];
     if (from.kind == kHeld) {
       target.insert(target.count(), key, std::unique_ptr<JVariant>(from.content.held));
@@ -241,24 +178,23 @@ void ParamLeaf::moveTo(ParamLeaf& target, std::size_t first, std::size_t last) {
   compactIfWorthwhile();
 }
 
-void ParamLeaf::trim() {
-  m_slots.shrink_to_fit();
-  m_sBytes.shrink_to_fit();
+void ParamLeaf::reserveLike(const ParamLeaf& full) {
+  m_slots.reserve(full.count());
+  const std::size_t size = std::min(full.m_bytes.size(), kMaxBytes);
+  m_bytes = GrowingBytes(size + size / 16);
 }
 
 void ParamLeaf::compactIfWorthwhile() {
-  if (m_dead <= kToleratedDead || m_dead <= m_sBytes.size() / 2) {
+  if (m_dead <= kToleratedDead || m_dead <= m_bytes.size() / 2) {
     return;
   }
-  std::string sLive;
-  sLive.reserve(m_sBytes.size() - m_dead);
+  GrowingBytes live(m_bytes.size() - m_dead);
   for (Slot& slot : m_slots) {
-    const std::size_t size = recordOf(slot).size;
-    const std::size_t offset = sLive.size();
-    sLive.append(m_sBytes, slot.offset, size);
-    slot.offset = offset & kMaxOffset;
+    const std::string_view sRecord = m_bytes.view().substr(slot.offset, recordOf(slot).size);
+    slot.offset = live.size() & kMaxOffset;
+    live.append(sRecord);
   }
-  m_sBytes = std::move(sLive);
+  m_bytes = std::move(live);
   m_dead = 0;
 }
 

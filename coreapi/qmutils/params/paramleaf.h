@@ -1,13 +1,18 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "coreapi/platform/byteorder.h"
+#include "coreapi/qmutils/params/growingbytes.h"
 #include "coreapi/qmutils/params/jvariant.h"
+#include "coreapi/qmutils/params/paramscan.h"
 #include "coreapi/qmutils/params/paramvalue.h"
 
 namespace qm_utils {
@@ -58,14 +63,20 @@ class ParamLeaf {
 
   std::size_t count() const noexcept { return m_slots.size(); }
 
+  /// The low end: at or below every name in this leaf, and above every name in the leaves before it.
+  std::string_view low() const noexcept { return m_sLow; }
+  void setLow(std::string sLow) noexcept { m_sLow = std::move(sLow); }
+
   /// Whether an entry more would exceed the count, or the byte area has grown large.
-  bool isFull() const noexcept { return count() >= kMaxCount || m_sBytes.size() >= kMaxBytes; }
+  bool isFull() const noexcept {
+    return count() >= kMaxCount || (m_bytes.size() >= kMaxBytes && count() > 1);
+  }
 
-  /// Whether a name is at or above the anchor, so that this leaf can take it.
-  bool canTake(std::string_view sName) const noexcept;
+  /// The key of a name, if the leaf can take it: if it is at or above the anchor.
+  std::optional<Key> keyOf(std::string_view sName) const noexcept;
 
-  /// The key of a name that this leaf can take.
-  Key keyOf(std::string_view sName) const noexcept;
+  /// Whether a slot has this name.
+  bool isNamed(std::size_t slot, std::string_view sName) const noexcept;
 
   /// Below, at or above 0 as the name of a slot is below, at or above a key.
   int compare(std::size_t slot, const Key& key) const noexcept;
@@ -102,8 +113,12 @@ class ParamLeaf {
   /// one in order.
   void moveTo(ParamLeaf& target, std::size_t first, std::size_t last);
 
-  /// Gives back memory that was taken in advance.
-  void trim();
+  /// Puts an entry behind the last one, of which the name shares so much with the anchor and goes on with the
+  /// rest. The value must not lie in this leaf.
+  void append(std::size_t shared, std::string_view sRest, const ParamValue& value);
+
+  /// Takes memory for as many entries as a full leaf has, so that growing on like that one moves nothing.
+  void reserveLike(const ParamLeaf& full);
 
  private:
   /// A leaf is full when its byte area has grown to this.
@@ -111,6 +126,10 @@ class ParamLeaf {
 
   /// The largest part of a name that counts as shared.
   static constexpr std::size_t kMaxShared = 0xFFFF;
+
+  /// The length of a rest that needs more than its byte, and what stands in that byte then.
+  static constexpr std::size_t kLongLengthSize = 8;
+  static constexpr unsigned char kLongLength = 0xFF;
 
   static constexpr std::uint64_t kMaxOffset = 0xFF'FFFF'FFFF;
 
@@ -145,17 +164,89 @@ class ParamLeaf {
   }
 
   Record recordOf(const Slot& slot) const noexcept;
-  void writeRecord(Slot& slot, std::string_view sRest, std::string_view sBytes);
-  void insertSlot(std::size_t slot, const Key& key, Slot filled, std::string_view sBytes);
-  void setValue(Slot& slot, const ParamValue& value) noexcept;
+  Slot makeSlot(std::size_t shared, std::string_view sRest, const ParamValue& value);
+  static void setValue(Slot& slot, const ParamValue& value) noexcept;
   void dropValue(Slot& slot) noexcept;
   void compactIfWorthwhile();
 
   std::string m_sAnchor;
+  std::string m_sLow;
   std::vector<Slot> m_slots;
-  std::string m_sBytes;
+  GrowingBytes m_bytes;
   std::size_t m_dead = 0;  ///< bytes of the byte area that no slot uses
   std::size_t m_held = 0;  ///< slots that hold a variant
 };
+
+// What a million entries go through on their way in stands here, for the compiler to fold into the loop that
+// reads them.
+
+inline void ParamLeaf::setValue(Slot& slot, const ParamValue& value) noexcept {
+  slot.kind = static_cast<std::uint64_t>(value.type) & 0xFF;
+  if (value.hasBytes()) {
+    slot.content.size = value.size;
+  } else if (value.type == JVariant::T_DOUBLE) {
+    slot.content.number = value.number;
+  } else {
+    slot.content.integer = value.integer;
+  }
+}
+
+inline std::optional<ParamLeaf::Key> ParamLeaf::keyOf(std::string_view sName) const noexcept {
+  const std::size_t shared = sharedLength(sName, m_sAnchor);
+  if (shared < m_sAnchor.size() &&
+      (shared == sName.size() ||
+       static_cast<unsigned char>(sName[shared]) < static_cast<unsigned char>(m_sAnchor[shared]))) {
+    return std::nullopt;
+  }
+  return Key{sName, std::min(shared, kMaxShared)};
+}
+
+inline ParamLeaf::Record ParamLeaf::recordOf(const Slot& slot) const noexcept {
+  const char* const pStart = m_bytes.data() + slot.offset;
+  const char* pRest = pStart + 1;
+  std::size_t restLength = static_cast<unsigned char>(*pStart);
+  if (restLength == kLongLength) {
+    restLength = qm_platform::readLE64(pRest);
+    pRest += kLongLengthSize;
+  }
+  const std::string_view sBytes(pRest + restLength, hasBytes(slot) ? slot.content.size : 0);
+  return {{pRest, restLength}, sBytes, static_cast<std::size_t>(sBytes.data() + sBytes.size() - pStart)};
+}
+
+inline std::string_view ParamLeaf::nameEnd(std::size_t slot) const noexcept {
+  return recordOf(m_slots[slot]).rest;
+}
+
+inline int ParamLeaf::compare(std::size_t slot, const Key& key) const noexcept {
+  const std::size_t shared = m_slots[slot].shared;
+  if (shared != key.shared) {
+    return shared > key.shared ? -1 : 1;
+  }
+  return compareTexts(nameEnd(slot), key.name.substr(shared));
+}
+
+/// A slot with its record written.
+inline ParamLeaf::Slot ParamLeaf::makeSlot(std::size_t shared, std::string_view sRest,
+                                           const ParamValue& value) {
+  Slot slot;
+  setValue(slot, value);
+  slot.shared = shared & kMaxShared;
+  slot.offset = m_bytes.size() & kMaxOffset;
+  const std::string_view sBytes = value.hasBytes() ? value.bytes() : std::string_view();
+  const bool bLong = sRest.size() >= kLongLength;
+  const std::size_t head = bLong ? 1 + kLongLengthSize : 1;
+  char* const pRecord = m_bytes.extend(head + sRest.size() + sBytes.size());
+  *pRecord = static_cast<char>(bLong ? kLongLength : sRest.size());
+  if (bLong) {
+    qm_platform::writeLE64(pRecord + 1, sRest.size());
+  }
+  char* const pRestEnd = copyFew(pRecord + head, sRest.data(), sRest.size());
+  copyFew(pRestEnd, sBytes.data(), sBytes.size());
+  return slot;
+}
+
+inline void ParamLeaf::append(std::size_t shared, std::string_view sRest, const ParamValue& value) {
+  m_slots.push_back(makeSlot(shared, sRest, value));
+}
 
 }  // namespace qm_utils

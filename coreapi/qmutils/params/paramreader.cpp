@@ -1,13 +1,9 @@
 #include "coreapi/qmutils/params/paramreader.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <charconv>
-#include <cstring>
 #include <limits>
 
-#include "coreapi/platform/byteorder.h"
 #include "coreapi/platform/clocale.h"
 
 namespace qm_utils {
@@ -16,192 +12,96 @@ namespace {
 
 constexpr const char* kUnterminatedBlock = "unterminated binary block text";
 
-constexpr std::array<bool, 256> kNameCharacters = [] {
-  std::array<bool, 256> is{};
-  for (unsigned c = 0; c < is.size(); ++c) {
-    is[c] = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' ||
-            c == '[' || c == ']' || c == '.' || c == '-' || c >= 0x80;
-  }
-  return is;
-}();
-
-bool isNameCharacter(char c) noexcept {
-  return kNameCharacters[static_cast<unsigned char>(c)];
-}
-
-bool isBlank(char c) noexcept {
-  return c == ' ' || c == '\t';
-}
-
-bool isDigit(char c) noexcept {
-  return c >= '0' && c <= '9';
-}
-
-bool isOctal(char c) noexcept {
-  return c >= '0' && c <= '7';
-}
-
-/// The value of a hexadecimal digit, -1 for any other character.
-int hexValue(char c) noexcept {
-  if (isDigit(c)) {
-    return c - '0';
-  }
-  if (c >= 'a' && c <= 'f') {
-    return c - 'a' + 10;
-  }
-  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
-bool isExponent(char c) noexcept {
-  return c == 'e' || c == 'E' || c == 'd' || c == 'D';
-}
-
 }  // namespace
-
-std::size_t sharedLength(std::string_view sLeft, std::string_view sRight) noexcept {
-  const std::size_t limit = std::min(sLeft.size(), sRight.size());
-  std::size_t shared = 0;
-  for (; shared + sizeof(std::uint64_t) <= limit; shared += sizeof(std::uint64_t)) {
-    const std::uint64_t uDifference =
-        qm_platform::readLE64(sLeft.data() + shared) ^ qm_platform::readLE64(sRight.data() + shared);
-    if (uDifference != 0) {
-      return shared + static_cast<std::size_t>(std::countr_zero(uDifference)) / 8;
-    }
-  }
-  while (shared < limit && sLeft[shared] == sRight[shared]) {
-    ++shared;
-  }
-  return shared;
-}
 
 void ParamReader::fail(const char* szMessage) const {
   QM_THROW(JVariant::SyntaxError, std::string(m_sName), szMessage);
 }
 
-void ParamReader::skipBlanks() noexcept {
-  while (m_pNext < m_pEnd && isBlank(*m_pNext)) {
-    ++m_pNext;
-  }
-}
-
 bool ParamReader::skipEmptyList() noexcept {
-  skipBlanks();
-  return at(m_pNext) == '\0' || *m_pNext == ')';
+  m_pNext = skipBlanks(m_pNext);
+  return at(m_pNext) == '\0' || at(m_pNext) == ')';
 }
 
-bool ParamReader::readComma() noexcept {
-  skipBlanks();
-  if (at(m_pNext) != ',') {
-    return false;
-  }
-  ++m_pNext;
-  return true;
-}
-
-std::string_view ParamReader::readName() {
-  skipBlanks();
-  const char* const pName = m_pNext;
-  // What is the same as in the name before needs no second look: rows of an answer share most of it.
-  m_sharedWithPrevious = sharedLength({pName, left()}, m_sName);
-  m_pNext += m_sharedWithPrevious;
-  while (m_pNext < m_pEnd && isNameCharacter(*m_pNext)) {
-    ++m_pNext;
-  }
-  m_sName = {pName, static_cast<std::size_t>(m_pNext - pName)};
-  skipBlanks();
-  const bool bAssigned = at(m_pNext) == '=';
+/// Goes from the end of a name to behind its "=", past blanks or anything wrong.
+const char* ParamReader::finishName(const char* p) {
+  p = skipBlanks(p);
+  const bool bAssigned = at(p) == '=';
   if (!bAssigned || m_sName.empty()) {
-    const std::string_view sRest = upToNul({pName, static_cast<std::size_t>(m_pEnd - pName)});
+    const std::string_view sRest = upToNul({m_sName.data(), leftFrom(m_sName.data())});
     QM_THROW(JVariant::SyntaxError, std::string(sRest),
              bAssigned ? "cannot parse missing parameter name" : "garbage instead of '='");
   }
-  ++m_pNext;
-  return m_sName;
+  return p + 1;
 }
 
-bool ParamReader::skipWord(std::string_view sWord) noexcept {
-  if (std::string_view(m_pNext, left()).substr(0, sWord.size()) != sWord) {
-    return false;
-  }
-  m_pNext += sWord.size();
-  return true;
+bool ParamReader::startsWithInAnyCase(const char* p, std::string_view sLowerCase) const noexcept {
+  const std::string_view sHere = std::string_view(p, leftFrom(p)).substr(0, sLowerCase.size());
+  return std::equal(sHere.begin(), sHere.end(), sLowerCase.begin(), sLowerCase.end(),
+                    [](char c, char lower) { return c == lower || c == lower - 'a' + 'A'; });
 }
 
-bool ParamReader::skipWordInAnyCase(std::string_view sLowerCase) noexcept {
-  const std::string_view sHere = std::string_view(m_pNext, left()).substr(0, sLowerCase.size());
-  if (!std::equal(sHere.begin(), sHere.end(), sLowerCase.begin(), sLowerCase.end(),
-                  [](char c, char lower) { return c == lower || c == lower - 'a' + 'A'; })) {
-    return false;
-  }
-  m_pNext += sLowerCase.size();
-  return true;
-}
-
-ParamValue ParamReader::readValue() {
-  skipBlanks();
-  const char c = at(m_pNext);
-  if (isDigit(c) || c == '.' || c == '+' || c == '-') {
-    return readNumber();
-  }
-  if (c == '"') {
-    return readQuoted();
+const char* ParamReader::readOther(const char* p) {
+  const char c = at(p);
+  if (c == '0' || c == '.' || c == '+' || c == '-') {
+    return readNumber(p);
   }
   if (c == '[') {
-    return at(m_pNext + 1) == '[' ? readCountedBlock() : readHexadecimalBlock();
+    return at(p + 1) == '[' ? readCountedBlock(p + 2) : readHexadecimalBlock(p + 1);
   }
-  if (skipWord("true") || skipWordInAnyCase("ok")) {
-    return ParamValue::ofBool(true);
+  if (startsWithInAnyCase(p, "ok")) {
+    m_value = ParamValue::ofBool(true);
+    return p + 2;
   }
-  if (skipWord("false") || skipWordInAnyCase("failed")) {
-    return ParamValue::ofBool(false);
+  if (startsWithInAnyCase(p, "failed")) {
+    m_value = ParamValue::ofBool(false);
+    return p + 6;
   }
   fail("unknown parameter type");
 }
 
-ParamValue ParamReader::readNumber() {
-  const char* p = m_pNext;
+const char* ParamReader::readNumber(const char* p) {
+  const char* const pNumber = p;
   const bool bNegative = *p == '-';
   if (bNegative || *p == '+') {
     ++p;
   }
   const char* const pDigits = p;
   std::uint64_t uValue = 0;
-  for (; p < m_pEnd && isDigit(*p); ++p) {
-    uValue = uValue * 10 + static_cast<std::uint64_t>(*p - '0');
-  }
+  p = readDigits(p, uValue);
   if (at(p) == '.' || isExponent(at(p))) {
-    return readDouble();
+    return readDouble(pNumber);
   }
-  m_pNext = p;
   if (at(pDigits) == '0') {
-    m_pNext = pDigits;
-    uValue = readOctalOrHexadecimal();
+    p = readOctalOrHexadecimal(pDigits, uValue);
   }
-  return ParamValue::ofInteger(static_cast<std::int64_t>(bNegative ? 0 - uValue : uValue));
+  m_value = ParamValue::ofInteger(static_cast<std::int64_t>(bNegative ? 0 - uValue : uValue));
+  return p;
 }
 
-std::uint64_t ParamReader::readOctalOrHexadecimal() noexcept {
-  std::uint64_t uValue = 0;
-  if (at(m_pNext + 1) == 'x' || at(m_pNext + 1) == 'X') {
-    for (m_pNext += 2; hexValue(at(m_pNext)) >= 0; ++m_pNext) {
-      uValue = uValue << 4 | static_cast<std::uint64_t>(hexValue(*m_pNext));
+const char* ParamReader::readOctalOrHexadecimal(const char* p, std::uint64_t& uValue) const noexcept {
+  uValue = 0;
+  if (at(p + 1) == 'x' || at(p + 1) == 'X') {
+    for (p += 2; hexValue(at(p)) >= 0; ++p) {
+      uValue = uValue << 4 | static_cast<std::uint64_t>(hexValue(*p));
     }
   } else {
-    for (; isOctal(at(m_pNext)); ++m_pNext) {
-      uValue = uValue << 3 | static_cast<std::uint64_t>(*m_pNext - '0');
+    for (; isOctal(at(p)); ++p) {
+      uValue = uValue << 3 | static_cast<std::uint64_t>(*p - '0');
     }
   }
-  return uValue;
+  return p;
 }
 
 /// Converts as strtod does, which the text can't be given to: it needn't end in a NUL, and strtod knows no
 /// "d". What lies outside the range of a double gives infinity or the nearest to zero, as there.
-ParamValue ParamReader::readDouble() {
-  const char* const pNumber = *m_pNext == '+' ? m_pNext + 1 : m_pNext;
+const char* ParamReader::readDouble(const char* p) {
+  const char* const pNumber = *p == '+' ? p + 1 : p;
   double dValue = 0.0;
-  auto result = std::from_chars(pNumber, m_pEnd, dValue);
+  const auto result = std::from_chars(pNumber, m_pEnd, dValue);
   if (result.ec == std::errc::invalid_argument) {
-    return ParamValue::ofDouble(0.0);  // no digit at all: nothing is consumed
+    m_value = ParamValue::ofDouble(0.0);
+    return p;  // no digit at all: nothing is consumed
   }
   const char* pEnd = result.ptr;
   const bool bForeignExponent =
@@ -220,141 +120,121 @@ ParamValue ParamReader::readDouble() {
     dValue = qm_platform::toDoubleC(sNumber.c_str(), &pStop);
     pEnd = pNumber + (pStop - sNumber.c_str());
   }
-  m_pNext = pEnd;
-  return ParamValue::ofDouble(dValue);
+  m_value = ParamValue::ofDouble(dValue);
+  return pEnd;
 }
 
-ParamValue ParamReader::readQuoted() {
-  ++m_pNext;
-  const auto* const pQuote = static_cast<const char*>(std::memchr(m_pNext, '"', left()));
-  if (pQuote == nullptr) {
-    fail("unterminated quoted string");
-  }
-  const std::string_view sPlain(m_pNext, static_cast<std::size_t>(pQuote - m_pNext));
-  const std::size_t special = sPlain.find('\\');
-  if (sPlain.substr(0, special).find('\0') != std::string_view::npos) {
-    fail("unterminated quoted string");
-  }
-  if (special != std::string_view::npos) {
-    return decodeQuoted(m_pNext + special);
-  }
-  m_pNext = pQuote + 1;
-  return ParamValue::ofText(sPlain);
-}
-
-ParamValue ParamReader::decodeQuoted(const char* pEscape) {
-  m_sDecoded.assign(m_pNext, pEscape);
-  for (m_pNext = pEscape; at(m_pNext) != '"';) {
-    if (at(m_pNext) == '\0') {
+/// Reads a text of which the start is known to stand for itself.
+const char* ParamReader::decodeQuoted(const char* p, const char* pPlainEnd) {
+  m_sDecoded.assign(p, pPlainEnd);
+  for (p = pPlainEnd; at(p) != '"';) {
+    if (at(p) == '\0') {
       fail("unterminated quoted string");
     }
-    if (*m_pNext == '\\') {
-      decodeEscape();
+    if (*p == '\\') {
+      p = decodeEscape(p + 1);
     } else {
-      m_sDecoded.push_back(*m_pNext++);
+      m_sDecoded.push_back(*p++);
     }
   }
-  ++m_pNext;
-  return ParamValue::ofText(upToNul(m_sDecoded));
+  m_value = ParamValue::ofText(upToNul(m_sDecoded));
+  return p + 1;
 }
 
-/// Decodes what stands behind a backslash, or takes the backslash as it is.
-void ParamReader::decodeEscape() {
+/// Decodes what stands behind a backslash, or takes that backslash as it is.
+const char* ParamReader::decodeEscape(const char* p) {
   struct Escape {
     char written;
     char meant;
   };
   static constexpr Escape kEscapes[] = {{'r', '\r'}, {'n', '\n'},  {'t', '\t'},
                                         {'"', '"'},  {'\'', '\''}, {'\\', '\\'}};
-  const char c = at(m_pNext + 1);
   for (const Escape& escape : kEscapes) {
-    if (escape.written == c) {
+    if (escape.written == at(p)) {
       m_sDecoded.push_back(escape.meant);
-      m_pNext += 2;
-      return;
+      return p + 1;
     }
   }
   unsigned uByte = 0;
-  if (c == 'x' && hexValue(at(m_pNext + 2)) >= 0) {
-    m_pNext += 2;
-    for (int i = 0; i < 2 && hexValue(at(m_pNext)) >= 0; ++i) {
-      uByte = uByte << 4 | static_cast<unsigned>(hexValue(*m_pNext++));
+  if (at(p) == 'x' && hexValue(at(p + 1)) >= 0) {
+    ++p;
+    for (int i = 0; i < 2 && hexValue(at(p)) >= 0; ++i) {
+      uByte = uByte << 4 | static_cast<unsigned>(hexValue(*p++));
     }
-    m_sDecoded.push_back(static_cast<char>(uByte));
-  } else if (c == '0') {
-    m_pNext += 2;
-    for (int i = 0; i < 3 && isOctal(at(m_pNext)); ++i) {
-      uByte = uByte << 3 | static_cast<unsigned>(*m_pNext++ - '0');
+  } else if (at(p) == '0') {
+    ++p;
+    for (int i = 0; i < 3 && isOctal(at(p)); ++i) {
+      uByte = uByte << 3 | static_cast<unsigned>(*p++ - '0');
     }
-    m_sDecoded.push_back(static_cast<char>(uByte));
   } else {
-    m_sDecoded.push_back('\\');
-    ++m_pNext;
+    uByte = '\\';
   }
+  m_sDecoded.push_back(static_cast<char>(uByte));
+  return p;
 }
 
-ParamValue ParamReader::readHexadecimalBlock() {
+/// Reads a block from behind its "[".
+const char* ParamReader::readHexadecimalBlock(const char* p) {
   m_sDecoded.clear();
-  for (++m_pNext; at(m_pNext) != ']';) {
-    const char c = at(m_pNext++);
-    const int iHigh = hexValue(c);
+  for (; at(p) != ']'; ++p) {
+    const int iHigh = hexValue(at(p));
     if (iHigh >= 0) {
-      const int iLow = hexValue(at(m_pNext));
-      m_pNext += iLow >= 0 ? 1 : 0;
+      const int iLow = hexValue(at(p + 1));
       m_sDecoded.push_back(static_cast<char>(iLow >= 0 ? iHigh << 4 | iLow : iHigh));
-    } else if (c == '\0') {
+      p += iLow >= 0 ? 1 : 0;
+    } else if (at(p) == '\0') {
       fail(kUnterminatedBlock);
-    } else if (c != ':' && c != '.' && c != ',' && !isBlank(c)) {
+    } else if (*p != ':' && *p != '.' && *p != ',' && !isBlank(*p)) {
       fail("unexpected character");
     }
   }
-  ++m_pNext;
   if (m_sDecoded.size() > std::numeric_limits<std::uint32_t>::max()) {
     fail(kUnterminatedBlock);  // more than a block can hold
   }
-  return ParamValue::ofBytes(m_sDecoded.data(), m_sDecoded.size(), JVariant::T_BINARY);
+  m_value = ParamValue::ofBytes(m_sDecoded.data(), m_sDecoded.size(), JVariant::T_BINARY);
+  return p + 1;
 }
 
-ParamValue ParamReader::readCountedBlock() {
-  m_pNext += 2;
+/// Reads a block from behind its "[[".
+const char* ParamReader::readCountedBlock(const char* p) {
   std::uint32_t uCount = 0;
-  const auto count = std::from_chars(m_pNext, m_pEnd, uCount);
+  const auto count = std::from_chars(p, m_pEnd, uCount);
   if (count.ec != std::errc() || at(count.ptr) != ']') {
     fail(kUnterminatedBlock);
   }
-  m_pNext = count.ptr + 1;
-  if (uCount > left()) {
-    fail(kUnterminatedBlock);
-  }
+  p = count.ptr + 1;
   m_sDecoded.clear();
-  while (m_sDecoded.size() < uCount) {
-    char c = at(m_pNext++);
-    if (c == '$') {
-      switch (at(m_pNext++)) {
-        case '$':
-          break;
-        case '0':
-          c = '\0';
-          break;
-        case 'n':
-          c = '\n';
-          break;
-        case 'r':
-          c = '\r';
-          break;
-        default:
-          fail(kUnterminatedBlock);
-      }
-    } else if (c == '\0') {
+  for (; m_sDecoded.size() < uCount; ++p) {
+    if (at(p) == '$') {
+      ++p;
+      m_sDecoded.push_back(decodeCounted(at(p)));
+    } else if (at(p) == '\0') {
       fail(kUnterminatedBlock);
+    } else {
+      m_sDecoded.push_back(*p);
     }
-    m_sDecoded.push_back(c);
   }
-  if (at(m_pNext) != ']') {
+  if (at(p) != ']') {
     fail(kUnterminatedBlock);
   }
-  ++m_pNext;
-  return ParamValue::ofBytes(m_sDecoded.data(), m_sDecoded.size(), JVariant::T_BLOB);
+  m_value = ParamValue::ofBytes(m_sDecoded.data(), m_sDecoded.size(), JVariant::T_BLOB);
+  return p + 1;
+}
+
+/// The byte that a character behind a "$" stands for.
+char ParamReader::decodeCounted(char c) const {
+  switch (c) {
+    case '$':
+      return '$';
+    case '0':
+      return '\0';
+    case 'n':
+      return '\n';
+    case 'r':
+      return '\r';
+    default:
+      fail(kUnterminatedBlock);
+  }
 }
 
 }  // namespace qm_utils

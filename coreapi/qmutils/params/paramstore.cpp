@@ -38,46 +38,45 @@ void ParamStore::clear() noexcept {
   m_count = 0;
 }
 
-bool ParamStore::startsAtOrBelow(std::size_t leaf, std::string_view sName) const noexcept {
-  const ParamLeaf& first = *m_leaves[leaf];
-  return first.canTake(sName) && first.compare(0, first.keyOf(sName)) <= 0;
+/// Whether a leaf is the one in which a name stands or belongs.
+bool ParamStore::belongsIn(std::size_t leaf, std::string_view sName) const noexcept {
+  return m_leaves[leaf]->low() <= sName && (leaf + 1 == m_leaves.size() || sName < m_leaves[leaf + 1]->low());
 }
 
-/// The last leaf that starts at or below a name; the first leaf when all start above it.
+/// The leaf in which a name stands or belongs.
 std::size_t ParamStore::leafOf(std::string_view sName) const noexcept {
   std::size_t low = 0;
   std::size_t high = m_leaves.size();
   while (high - low > 1) {
     const std::size_t middle = low + (high - low) / 2;
-    (startsAtOrBelow(middle, sName) ? low : high) = middle;
+    (m_leaves[middle]->low() <= sName ? low : high) = middle;
   }
   return low;
 }
 
-/// Whether a name stands or belongs in a leaf, and where.
-bool ParamStore::locateIn(std::size_t leaf, std::string_view sName, Spot& spot) const noexcept {
-  const ParamLeaf& here = *m_leaves[leaf];
-  if (!here.canTake(sName)) {
-    return false;
-  }
-  const ParamLeaf::Place place = here.find(here.keyOf(sName), leaf == m_next.leaf ? m_next.slot : 0);
-  spot = {leaf, place.slot, place.found};
-  if (place.found || (place.slot > 0 && place.slot < here.count())) {
-    return true;
-  }
-  return place.slot == 0 ? leaf == 0 : leaf + 1 == m_leaves.size() || !startsAtOrBelow(leaf + 1, sName);
-}
-
 ParamStore::Spot ParamStore::locate(std::string_view sName) const noexcept {
-  Spot spot;
   if (m_leaves.empty()) {
+    return {};
+  }
+  Spot spot = m_next;
+  if (spot.leaf < m_leaves.size() && spot.slot >= m_leaves[spot.leaf]->count()) {
+    spot = {spot.leaf + 1, 0};
+  }
+  if (spot.leaf < m_leaves.size() && m_leaves[spot.leaf]->isNamed(spot.slot, sName)) {
+    spot.found = true;
     return spot;
   }
-  const std::size_t leaf = std::min(m_next.leaf, m_leaves.size() - 1);
-  if (!locateIn(leaf, sName, spot) && (leaf + 1 == m_leaves.size() || !locateIn(leaf + 1, sName, spot))) {
-    locateIn(leafOf(sName), sName, spot);
+  spot = m_next;
+  if (spot.leaf >= m_leaves.size() || !belongsIn(spot.leaf, sName)) {
+    ++spot.leaf;
+    if (spot.leaf >= m_leaves.size() || !belongsIn(spot.leaf, sName)) {
+      spot.leaf = leafOf(sName);
+    }
+    spot.slot = 0;
   }
-  return spot;
+  const ParamLeaf& leaf = *m_leaves[spot.leaf];
+  const ParamLeaf::Place place = leaf.find(*leaf.keyOf(sName), spot.slot);
+  return {spot.leaf, place.slot, place.found};
 }
 
 std::optional<ParamValue> ParamStore::get(std::string_view sName) const noexcept {
@@ -106,7 +105,7 @@ void ParamStore::putValue(std::string_view sName, Value&& value) {
   } else {
     spot = makeRoom(spot, sName);
     ParamLeaf& leaf = *m_leaves[spot.leaf];
-    leaf.insert(spot.slot, leaf.keyOf(sName), std::forward<Value>(value));
+    leaf.insert(spot.slot, *leaf.keyOf(sName), std::forward<Value>(value));
     ++m_count;
   }
   m_next = {spot.leaf, spot.slot + 1};
@@ -162,6 +161,7 @@ bool ParamStore::growsAtEndOf(std::size_t leaf) const noexcept {
 void ParamStore::split(std::size_t leaf, std::size_t slot) {
   ParamLeaf& left = *m_leaves[leaf];
   ParamLeaf& right = insertLeaf(leaf + 1, left.name(slot - 1));
+  right.setLow(left.name(slot));
   left.moveTo(right, slot, left.count());
 }
 
@@ -169,42 +169,89 @@ void ParamStore::split(std::size_t leaf, std::size_t slot) {
 ParamStore::Spot ParamStore::makeRoom(Spot spot, std::string_view sName) {
   if (m_leaves.empty()) {
     insertLeaf(0, "");
-    return spot;
+    return {};
   }
   ParamLeaf& leaf = *m_leaves[spot.leaf];
-  if (spot.slot == leaf.count()) {
-    return makeRoomBehind(spot.leaf, sName);
-  }
-  if (spot.leaf > 0 && spot.slot <= kRunDisorder && growsAtEndOf(spot.leaf - 1) &&
+  if (spot.leaf > 0 && spot.slot < leaf.count() && spot.slot <= kRunDisorder && growsAtEndOf(spot.leaf - 1) &&
       m_leaves[spot.leaf - 1]->count() + spot.slot < ParamLeaf::kMaxCount) {
     // A run grows at the end of the leaf before, and has just passed by the first entries of this one.
     ParamLeaf& run = *m_leaves[spot.leaf - 1];
     leaf.moveTo(run, 0, spot.slot);
-    return {spot.leaf - 1, run.count(), false};
+    leaf.setLow(leaf.name(0));
+    return {spot.leaf - 1, run.count()};
   }
   if (!leaf.isFull() || leaf.count() == 1) {
     return spot;  // one large value can fill a leaf, and what stands alone can't be cut
   }
+  if (spot.slot == leaf.count()) {
+    return makeRoomBehind(spot.leaf, sName);
+  }
   const bool bRun = m_next.leaf == spot.leaf && m_next.slot == spot.slot && spot.slot > 0;
-  const std::size_t cut = bRun ? spot.slot : leaf.count() / 2;
+  const bool bEndOfRun = growsAtEndOf(spot.leaf) && leaf.count() > 2 * kEndOfRun;
+  const std::size_t cut = bRun ? spot.slot : bEndOfRun ? leaf.count() - kEndOfRun : leaf.count() / 2;
   split(spot.leaf, cut);
-  return spot.slot <= cut ? spot : Spot{spot.leaf + 1, spot.slot - cut, false};
+  return spot.slot <= cut ? spot : Spot{spot.leaf + 1, spot.slot - cut};
 }
 
-/// As makeRoom, for an entry that belongs behind the last one of a leaf.
+/// Where a new entry goes in that belongs behind the last one of a full leaf.
 ParamStore::Spot ParamStore::makeRoomBehind(std::size_t leaf, std::string_view sName) {
-  const Spot end{leaf, m_leaves[leaf]->count(), false};
-  if (!m_leaves[leaf]->isFull()) {
-    return end;
-  }
+  const std::size_t next = leaf + 1;
   const bool bRun = growsAtEndOf(leaf);
-  const bool bLast = leaf + 1 == m_leaves.size();
-  if (!bRun && !bLast && !m_leaves[leaf + 1]->isFull() && m_leaves[leaf + 1]->canTake(sName)) {
-    return {leaf + 1, 0, false};
+  if (bRun || next == m_leaves.size() || m_leaves[next]->isFull() || !m_leaves[next]->keyOf(sName)) {
+    const ParamLeaf& full = *m_leaves[leaf];
+    insertLeaf(next, full.name(full.count() - 1)).reserveLike(full);
   }
-  m_leaves[leaf]->trim();
-  insertLeaf(leaf + 1, m_leaves[leaf]->name(end.slot - 1));
-  return {leaf + 1, 0, false};
+  m_leaves[next]->setLow(std::string(sName));
+  return {next, 0};
+}
+
+/// Puts an entry among the last ones of the leaf that grows; whether it belongs there.
+bool ParamStore::Feed::putNearEnd(std::string_view sName, const ParamValue& value) {
+  if (m_pLeaf == nullptr || m_pLeaf->isFull()) {
+    return false;
+  }
+  const std::optional<ParamLeaf::Key> key = m_pLeaf->keyOf(sName);
+  if (!key) {
+    return false;
+  }
+  const std::size_t end = m_pLeaf->count();
+  std::size_t slot = end;
+  int iOrder = 1;
+  while (slot > 0 && end - slot < kRunDisorder && (iOrder = m_pLeaf->compare(slot - 1, *key)) > 0) {
+    --slot;
+  }
+  if (iOrder >= 0 || (slot == end && m_bLimit && sName >= m_sLimit)) {
+    return false;  // further to the front, there already, or in the next leaf
+  }
+  m_pLeaf->insert(slot, *key, value);
+  ++m_store.m_count;
+  m_slot = slot + 1;
+  m_bAtEnd = slot == end;
+  noteShared(*key);
+  return true;
+}
+
+void ParamStore::Feed::putElsewhere(std::string_view sName, const ParamValue& value) {
+  if (m_pLeaf != nullptr) {
+    m_store.m_next = {m_leaf, m_bAtEnd ? m_pLeaf->count() : m_slot};
+  }
+  m_store.put(sName, value);
+  m_leaf = m_store.m_next.leaf;
+  m_slot = m_store.m_next.slot;
+  m_pLeaf = m_store.growsAtEndOf(m_leaf) ? m_store.m_leaves[m_leaf].get() : nullptr;
+  m_bAtEnd = m_pLeaf != nullptr && m_slot == m_pLeaf->count();
+  if (m_pLeaf != nullptr) {
+    m_bLimit = m_leaf + 1 < m_store.m_leaves.size();
+    m_sLimit = m_bLimit ? m_store.m_leaves[m_leaf + 1]->low() : std::string_view();
+    noteShared(*m_pLeaf->keyOf(sName));
+  }
+}
+
+void ParamStore::Feed::noteShared(const ParamLeaf::Key& key) {
+  if (m_bAtEnd) {
+    m_shared = key.shared;
+    m_sharedWithLimit = sharedLength(key.name, m_sLimit);
+  }
 }
 
 }  // namespace qm_utils

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "coreapi/qmutils/params/jvariant.h"
 #include "coreapi/qmutils/params/paramleaf.h"
+#include "coreapi/qmutils/params/paramscan.h"
 #include "coreapi/qmutils/params/paramvalue.h"
 
 namespace qm_utils {
@@ -23,6 +26,8 @@ namespace qm_utils {
 /// One object belongs to one thread at a time; reading counts.
 class ParamStore {
  public:
+  class Feed;
+
   ParamStore() = default;
 
   /// A copy holds no variants: they are packed.
@@ -77,10 +82,13 @@ class ParamStore {
   /// come in order.
   static constexpr std::size_t kRunDisorder = 16;
 
+  /// Entries that a full leaf passes on when it grows near its end. Not so few that a text could be made to
+  /// leave tiny leaves behind.
+  static constexpr std::size_t kEndOfRun = 64;
+
   Spot locate(std::string_view sName) const noexcept;
-  bool locateIn(std::size_t leaf, std::string_view sName, Spot& spot) const noexcept;
+  bool belongsIn(std::size_t leaf, std::string_view sName) const noexcept;
   std::size_t leafOf(std::string_view sName) const noexcept;
-  bool startsAtOrBelow(std::size_t leaf, std::string_view sName) const noexcept;
   bool growsAtEndOf(std::size_t leaf) const noexcept;
   Spot makeRoom(Spot spot, std::string_view sName);
   Spot makeRoomBehind(std::size_t leaf, std::string_view sName);
@@ -90,12 +98,68 @@ class ParamStore {
   template <class Value>
   void putValue(std::string_view sName, Value&& value);
 
-  /// Never empty ones. The anchor of the first leaf is the empty text, so that it can take every name.
+  /// Never empty ones. Anchor and low end of the first leaf are the empty text, so that it can take every
+  /// name.
   std::vector<std::unique_ptr<ParamLeaf>> m_leaves;
   std::size_t m_count = 0;
 
   /// Behind the entry that was found or put last: what comes next is looked for here first.
   mutable Spot m_next;
 };
+
+/// Puts the entries of a text into a store, one after the other. As long as they ascend, no name is looked at
+/// again: what it shares with the one before it says all that the store has to know. A little disorder, as of
+/// the members of a row, is put right without a search.
+class ParamStore::Feed {
+ public:
+  /// Nothing else may change the store in the meantime.
+  explicit Feed(ParamStore& store) noexcept : m_store(store) {}
+
+  /// As `ParamStore::put`. `shared` is how much the name shares with the one that was put before it, and
+  /// `bFollows` whether it stands behind that one in the order of names.
+  void put(std::string_view sName, std::size_t shared, bool bFollows, const ParamValue& value) {
+    if (m_bAtEnd && bFollows && staysBelowLimit(sName, shared) && !m_pLeaf->isFull()) {
+      m_shared = std::min(m_shared, shared);
+      m_pLeaf->append(m_shared, sName.substr(m_shared), value);
+      ++m_store.m_count;
+    } else if (!putNearEnd(sName, value)) {
+      putElsewhere(sName, value);
+    }
+  }
+
+ private:
+  bool staysBelowLimit(std::string_view sName, std::size_t shared) noexcept;
+  bool putNearEnd(std::string_view sName, const ParamValue& value);
+  void putElsewhere(std::string_view sName, const ParamValue& value);
+  void noteShared(const ParamLeaf::Key& key);
+
+  ParamStore& m_store;
+
+  /// The leaf that grows at its end, or null.
+  ParamLeaf* m_pLeaf = nullptr;
+  std::size_t m_leaf = 0;
+  std::size_t m_slot = 0;  ///< behind the entry put last
+  bool m_bAtEnd = false;   ///< whether that is the end of the leaf
+
+  /// The low end of the next leaf, if there is one.
+  bool m_bLimit = false;
+  std::string m_sLimit;
+
+  // What the entry put last shares with the leaf's anchor and with the limit, while it stands at the end.
+  std::size_t m_shared = 0;
+  std::size_t m_sharedWithLimit = 0;
+};
+
+/// Whether a name that stands behind the one put last still stands before the next leaf.
+inline bool ParamStore::Feed::staysBelowLimit(std::string_view sName, std::size_t shared) noexcept {
+  if (!m_bLimit || shared > m_sharedWithLimit) {
+    return true;
+  }
+  if (shared < m_sharedWithLimit || sName >= m_sLimit) {
+    return false;
+  }
+  m_sharedWithLimit = sharedLength(sName, m_sLimit);
+  return true;
+}
 
 }  // namespace qm_utils
