@@ -1,0 +1,206 @@
+#include <algorithm>
+#include <cctype>
+#include <exception>
+#include <string_view>
+
+#include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/log/JLogDebugOutput.h"
+#include "coreapi/qmutils/log/JLogFileOutput.h"
+#include "coreapi/qmutils/log/JLogState.h"
+#include "coreapi/qmutils/log/JLogThreadedInput.h"
+#include "coreapi/qmutils/registry/jsystemregistry.h"
+
+using qm_utils::IRegistryReadAccess;
+using qm_utils::LogState;
+using qm_utils::logState;
+
+namespace {
+
+/// Milliseconds that outputs get for what they still hold when others take their place.
+constexpr int kReplaceTimeout = 1000;
+
+/// The flags of the first configuration when nobody has set any.
+constexpr std::uint32_t kFirstFlags = JLog::kRegistry | JLog::kConsoleIfNoOther;
+
+using Output = std::unique_ptr<JLog::GenericOutput>;
+
+Output createConsole(const std::string& sName, const IRegistryReadAccess& key) {
+  return std::make_unique<JLogDebugOutput>(sName, key);
+}
+
+/// A type of output that the configuration can name: its name, in lower case, and its maker, which may give
+/// null when the key holds something that speaks against the output.
+struct OutputType {
+  std::string_view sType;
+  Output (*create)(const std::string& sName, const IRegistryReadAccess& key);
+  bool bConsole;
+};
+
+constexpr OutputType kOutputTypes[] = {
+    {"console", createConsole, true},
+};
+
+std::string lowerCase(std::string sText) {
+  std::transform(sText.begin(), sText.end(), sText.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return sText;
+}
+
+/// The type of output that a key asks for; empty when it names none.
+std::string readType(const IRegistryReadAccess& key) {
+  std::string sType;
+  if (!key.getString("LogType", sType)) {
+    key.getString("Type", sType);
+  }
+  return sType;
+}
+
+/// Calls `visit` with the name and the key of each sub-key of the log's configuration, in their order.
+template <typename Visit>
+void forEachSubKey(Visit visit) {
+  LogState& state = logState();
+  std::string sPath;
+  qm_utils::RegistryRoot root{};
+  {
+    const JAutoLock lock(state.mutex);
+    sPath = state.sKeyPath;
+    root = state.root;
+  }
+  JSystemRegistryKey key;
+  if (!key.open(root, sPath, qm_utils::kRegistryRead, true)) {
+    return;
+  }
+  std::vector<std::string> names;
+  key.getSubKeys(names);
+  for (const std::string& sName : names) {
+    std::unique_ptr<IRegistryReadAccess> pKey;
+    if (key.openSubKey(sName, pKey, true)) {
+      visit(sName, *pKey);
+    }
+  }
+}
+
+/// One run of the configuration. What fails is kept back until the outputs are there that can tell it.
+class Configuration {
+ public:
+  explicit Configuration(std::uint32_t uFlags) : m_uFlags(uFlags) {}
+
+  void addOutputs() {
+    if (has(JLog::kRegistry)) {
+      attempt("registry", [this] {
+        forEachSubKey([this](const std::string& sName, const IRegistryReadAccess& key) {
+          attempt(sName, [&] { addFromKey(sName, key); });
+        });
+      });
+    }
+    if (has(JLog::kStandardError)) {
+      attempt("stderr-output",
+              [] { JLog::addLogOutput(std::make_unique<JLogFileOutput>("stderr-output", "&2")); });
+    }
+    if ((has(JLog::kConsole) && !m_bConsole) ||
+        (has(JLog::kConsoleIfNoOther) && qm_utils::logOutputs().empty())) {
+      attempt("console", [] { JLog::addLogOutput(std::make_unique<JLogDebugOutput>("console")); });
+    }
+  }
+
+  void tellFailures() const {
+    for (const std::string& sFailure : m_failures) {
+      JLog::log(qm_err::kLogError, "%s", sFailure.c_str());
+    }
+  }
+
+ private:
+  bool has(JLog::Flags flag) const { return (m_uFlags & flag) != 0; }
+
+  void addFromKey(const std::string& sName, const IRegistryReadAccess& key) {
+    const std::string sType = lowerCase(readType(key));
+    for (const OutputType& type : kOutputTypes) {
+      if (type.sType != sType) {
+        continue;
+      }
+      if (Output pOutput = type.create(sName, key)) {
+        JLog::addLogOutput(std::move(pOutput));
+        m_bConsole = m_bConsole || type.bConsole;
+      }
+    }
+  }
+
+  template <typename Step>
+  void attempt(const std::string& sName, Step step) {
+    try {
+      step();
+    } catch (JError* pError) {
+      const qm_err::CaughtError error(pError);
+      m_failures.push_back("Log output '" + sName + "' not created: " + error->getMessage());
+    } catch (const std::exception& error) {
+      m_failures.push_back("Log output '" + sName + "' not created: " + error.what());
+    }
+  }
+
+  std::uint32_t m_uFlags;
+  bool m_bConsole = false;  ///< a console output is there
+  std::vector<std::string> m_failures;
+};
+
+/// What the flags of a call stand for.
+std::uint32_t effectiveFlags(std::uint32_t uFlags) {
+  LogState& state = logState();
+  const JAutoLock lock(state.mutex);
+  if (uFlags == JLog::kNoChange) {
+    uFlags = state.uFlags;
+  }
+  return uFlags == JLog::kNoChange ? kFirstFlags : uFlags;
+}
+
+}  // namespace
+
+void JLog::init(std::uint32_t uFlags, const std::string& sKeyPath, qm_utils::RegistryRoot root) {
+  LogState& state = logState();
+  const JAutoLock configuring(state.configuring);
+  state.bInitialised = true;
+  {
+    const JAutoLock lock(state.mutex);
+    state.sKeyPath = sKeyPath;
+    state.root = root;
+  }
+  configure(uFlags);
+  state.bReady.store(true, std::memory_order_release);
+}
+
+void JLog::configure(std::uint32_t uFlags) {
+  LogState& state = logState();
+  const JAutoLock configuring(state.configuring);
+  uFlags = effectiveFlags(uFlags);
+  stopOutputs(kReplaceTimeout, true);
+  deleteOutputs();
+  Configuration configuration(uFlags);
+  configuration.addOutputs();
+  {
+    const JAutoLock lock(state.mutex);
+    state.uFlags = uFlags;
+  }
+  configuration.tellFailures();
+}
+
+void JLog::reload() {
+  LogState& state = logState();
+  {
+    const JAutoLock lock(state.mutex);
+    if ((state.uFlags & kSlave) == 0) {
+      return;
+    }
+  }
+  log(qm_err::kLogNone, "%s", JLogThreadedInput::kReloadOrder);
+}
+
+std::vector<std::string> JLog::getLogDirectories() {
+  std::vector<std::string> directories;
+  forEachSubKey([&](const std::string&, const IRegistryReadAccess& key) {
+    const std::string sType = readType(key);
+    std::string sDirectory;
+    if ((sType == "File" || sType == "FILE") && key.getString("LogDirectory", sDirectory)) {
+      directories.push_back(sDirectory);
+    }
+  });
+  return directories;
+}

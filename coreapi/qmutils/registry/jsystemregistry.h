@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "coreapi/qmutils/registry/jlightreg.h"
+#include "coreapi/qmutils/registry/jregistry.h"
+
+/// A key of the machine's configuration; what all configuration is read through. It stands on the tree in
+/// process memory.
+///
+/// What doesn't exist is a `JSysError` with the code ENOENT (2), use of an object that has no key open one
+/// with EBADF, a change through a key that isn't open for it one with EACCES. Their function is
+/// "Function=NAME, key=ROOT\KEY-OR-VALUE". All other failures are those of `JLightRegistryKey`.
+///
+/// One object is for one thread; distinct objects need no lock.
+class JSystemRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils::IRegistryWriteAccess {
+ public:
+  /// No key is open.
+  JSystemRegistryKey() = default;
+
+  /// Opens a key by its path from a root or from another key. With `bTolerant` a key that doesn't exist gives
+  /// false; else it is a failure. Either way the object then keeps the key that it had.
+  bool open(qm_utils::RegistryRoot root, const std::string& sPath,
+            std::uint32_t uAccess = qm_utils::kRegistryRead, bool bTolerant = false);
+  bool open(const JSystemRegistryKey& parent, const std::string& sPath,
+            std::uint32_t uAccess = qm_utils::kRegistryRead, bool bTolerant = false);
+
+  /// As `open`, and makes the keys of the path that don't exist. Returns whether the last one is new.
+  bool create(qm_utils::RegistryRoot root, const std::string& sPath,
+              std::uint32_t uAccess = qm_utils::kRegistryAllAccess);
+  bool create(const JSystemRegistryKey& parent, const std::string& sPath,
+              std::uint32_t uAccess = qm_utils::kRegistryAllAccess);
+
+  /// Opens the root of another machine. No configuration is reached over a network here: this always fails,
+  /// with the code EOPNOTSUPP.
+  [[noreturn]] void connect(const std::string& sMachine, qm_utils::RegistryRoot root);
+
+  /// Leaves the key. No key is open then.
+  void close();
+
+  bool isNull() const override;
+
+  void getSubKeys(std::vector<std::string>& names) const override;
+  void getSubKeys(std::unique_ptr<qm_utils::RegistryKeyRecord[]>& pRecords,
+                  std::size_t& uCount) const override;
+  bool openSubKey(const std::string& sName, std::unique_ptr<qm_utils::IRegistryReadAccess>& pKey,
+                  bool bTolerant) const override;
+  void getValues(std::vector<qm_utils::RegistryValue>& values) const override;
+  void getValues(std::unique_ptr<qm_utils::RegistryValueRecord[]>& pRecords,
+                 std::size_t& uCount) const override;
+  bool queryValue(const std::string& sName, std::uint32_t& uType, void* pData, std::size_t& uSize,
+                  bool bTolerant) const override;
+
+  bool getDword(const std::string& sName, std::uint32_t& uValue) const override;
+  std::uint32_t getDword(const std::string& sName) const override;
+  bool getQword(const std::string& sName, std::uint64_t& uValue) const override;
+  std::uint64_t getQword(const std::string& sName) const override;
+  bool getBool(const std::string& sName, bool& bValue) const override;
+  bool getBool(const std::string& sName) const override;
+  bool getString(const std::string& sName, std::string& sValue) const override;
+  std::string getString(const std::string& sName) const override;
+  void getString(const std::string& sName, char* szBuffer, std::size_t uSize) const override;
+  bool getBinary(const std::string& sName, std::vector<std::uint8_t>& block) const override;
+  std::vector<std::uint8_t> getBinary(const std::string& sName) const override;
+  std::size_t getBinary(const std::string& sName, void* pBuffer, std::size_t uSize) const override;
+
+  void flush() override;
+  void deleteValue(const std::string& sName) override;
+
+  /// A sub-key that doesn't exist is no failure.
+  void deleteKey(const std::string& sName) override;
+
+  void setValue(const std::string& sName, std::uint32_t uType, const void* pData, std::size_t uSize) override;
+  void setDword(const std::string& sName, std::uint32_t uValue) override;
+  void setQword(const std::string& sName, std::uint64_t uValue) override;
+  void setString(const std::string& sName, const std::string& sText) override;
+  void setBinary(const std::string& sName, const void* pData, std::size_t uSize) override;
+
+ private:
+  const JLightRegistryKey& reading(const char* szFunction, const std::string& sWhat) const;
+  JLightRegistryKey& changing(const char* szFunction, const std::string& sWhat);
+  void requireChangeable(const char* szFunction, const std::string& sWhat) const;
+  void requireFound(bool bFound, const std::string& sName) const;
+  void requireValue(const std::string& sName) const;
+  bool adopt(bool bFound, JLightRegistryKey& key, qm_utils::RegistryRoot root, const std::string& sPath,
+             std::uint32_t uAccess, bool bTolerant);
+
+  JLightRegistryKey m_key;
+  qm_utils::RegistryRoot m_root{};  ///< the root that the key's path began at; 0 while no key is open
+  std::uint32_t m_uAccess = 0;
+};
