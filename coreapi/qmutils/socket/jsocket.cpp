@@ -40,10 +40,6 @@ class BufferArray {
   std::size_t m_uCount;
 };
 
-std::string nameOr(const std::string& sName, const char* szDefault) {
-  return sName == JTraceableObject::kDefaultName ? szDefault : sName;
-}
-
 }  // namespace
 
 JSocket::JSocket(std::uint32_t* pTraceMask, const std::string& sName)
@@ -52,6 +48,10 @@ JSocket::JSocket(std::uint32_t* pTraceMask, const std::string& sName)
 JSocket::JSocket(JSocketNumber handle, std::uint32_t* pTraceMask, const std::string& sName)
     : JSocket(pTraceMask, sName) {
   setHandle(handle.iNumber);
+}
+
+std::string JSocket::nameOr(const std::string& sName, const char* szDefault) {
+  return sName == kDefaultName ? szDefault : sName;
 }
 
 JSocket::~JSocket() {

@@ -105,6 +105,9 @@ class JSocket : public JTraceableObject, public JIoSocket {
   using Use = qm_platform::SocketHandle::Use;
   using Side = qm_platform::SocketHandle::Side;
 
+  /// The name that an object gets: the class's default for `kDefaultName`.
+  static std::string nameOr(const std::string& sName, const char* szDefault);
+
   /// Throws the error of a socket call: a number and the name of the call.
   [[noreturn]] static void fail(qm_platform::SocketError error, const std::string& sFunction);
 

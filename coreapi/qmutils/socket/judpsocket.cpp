@@ -11,10 +11,6 @@ namespace {
 
 constexpr int kBufferBytes = 65535;
 
-std::string nameOr(const std::string& sName, const char* szDefault) {
-  return sName == JTraceableObject::kDefaultName ? szDefault : sName;
-}
-
 }  // namespace
 
 void JDatagramSocket::makeHandle(const char* szFunction) {
