@@ -136,10 +136,14 @@ SocketError acceptConnection(int iListener, int& iConnection, SocketAddressBytes
   return error;
 }
 
-SocketError connectSocket(int iSocket, std::span<const std::uint8_t> address) noexcept {
+SocketError connectSocket(int iSocket, std::span<const std::uint8_t> address, bool& bPending) noexcept {
   const sockaddr_storage system = toSystem(address);
+  bPending = false;
   return run([&](bool) {
-    return ::connect(iSocket, reinterpret_cast<const sockaddr*>(&system), lengthOf(address));
+    const int iResult = ::connect(iSocket, reinterpret_cast<const sockaddr*>(&system), lengthOf(address));
+    // An interrupted connect goes on in the background as well.
+    bPending = iResult == -1 && (errno == EINPROGRESS || errno == EINTR);
+    return bPending ? 0 : iResult;
   });
 }
 
@@ -151,6 +155,38 @@ SocketError setNonBlocking(int iSocket, bool bNonBlocking) noexcept {
     }
     return ::fcntl(iSocket, F_SETFL, bNonBlocking ? iFlags | O_NONBLOCK : iFlags & ~O_NONBLOCK);
   });
+}
+
+bool isDatagramSocket(int iSocket) noexcept {
+  int iType = 0;
+  int iLength = sizeof iType;
+  return getSocketOption(iSocket, SOL_SOCKET, SO_TYPE, &iType, iLength) == 0 && iType == SOCK_DGRAM;
+}
+
+SocketError receiveBytes(int iSocket, void* pBuffer, std::size_t uLength, bool bWait, bool bDatagram,
+                         Received& received) noexcept {
+  // For a datagram this flag gives its whole length; on a stream it would throw bytes away.
+  const int iFlags = (bWait ? 0 : MSG_DONTWAIT) | (bDatagram ? MSG_TRUNC : 0);
+  ssize_t count = 0;
+  const SocketError error = run([&](bool bShort) {
+    return count = ::recv(iSocket, pBuffer, bShort ? std::min<std::size_t>(uLength, 1) : uLength, iFlags);
+  });
+  if (error == 0) {
+    received.bTruncated = static_cast<std::size_t>(count) > uLength;
+    received.uBytes = std::min(static_cast<std::size_t>(count), uLength);
+  }
+  return error;
+}
+
+SocketError sendBytes(int iSocket, const void* pBuffer, std::size_t uLength, bool bWait,
+                      std::size_t& uSent) noexcept {
+  const int iFlags = MSG_NOSIGNAL | (bWait ? 0 : MSG_DONTWAIT);
+  ssize_t count = 0;
+  const SocketError error = run([&](bool bShort) {
+    return count = ::send(iSocket, pBuffer, bShort ? std::min<std::size_t>(uLength, 1) : uLength, iFlags);
+  });
+  uSent = error == 0 ? static_cast<std::size_t>(count) : 0;
+  return error;
 }
 
 SocketError receive(int iSocket, std::span<const SocketBuffer> buffers, bool bWait, int iFlags,
@@ -288,17 +324,11 @@ SocketError setKeepAlive(int iSocket, bool bEnable, std::uint32_t uTime, std::ui
 }
 
 SocketError largestPacket(int iSocket, int& iBytes) noexcept {
-  int iType = 0;
-  int iLength = sizeof iType;
-  const SocketError error = getSocketOption(iSocket, SOL_SOCKET, SO_TYPE, &iType, iLength);
-  if (error != 0) {
-    return error;
-  }
-  if (iType == SOCK_DGRAM) {
+  if (isDatagramSocket(iSocket)) {
     iBytes = kLargestDatagram;
     return 0;
   }
-  iLength = sizeof iBytes;
+  int iLength = sizeof iBytes;
   return getSocketOption(iSocket, IPPROTO_TCP, TCP_MAXSEG, &iBytes, iLength);
 }
 

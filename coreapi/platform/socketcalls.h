@@ -54,10 +54,22 @@ SocketError listenSocket(int iSocket, int iBacklog) noexcept;
 /// listener is undone: closing it sends what is still unsent. `iConnection` is -1 after a failure.
 SocketError acceptConnection(int iListener, int& iConnection, SocketAddressBytes& peer) noexcept;
 
-/// Starts a connection; `kSocketWouldBlock` when it goes on in the background of a non-blocking socket.
-SocketError connectSocket(int iSocket, std::span<const std::uint8_t> address) noexcept;
+/// Connects. `bPending`: a connection of a non-blocking socket goes on in the background; that is no error.
+SocketError connectSocket(int iSocket, std::span<const std::uint8_t> address, bool& bPending) noexcept;
 
 SocketError setNonBlocking(int iSocket, bool bNonBlocking) noexcept;
+
+/// Whether a socket carries datagrams; false for what is no socket.
+bool isDatagramSocket(int iSocket) noexcept;
+
+/// Receives once into a buffer; the cheapest call for that, which has to be told whether it is about
+/// datagrams. Else as `receive`.
+SocketError receiveBytes(int iSocket, void* pBuffer, std::size_t uLength, bool bWait, bool bDatagram,
+                         Received& received) noexcept;
+
+/// Sends once from a buffer to the connected peer. Else as `send`.
+SocketError sendBytes(int iSocket, const void* pBuffer, std::size_t uLength, bool bWait,
+                      std::size_t& uSent) noexcept;
 
 /// Receives once into the buffers. With `bWait` clear it gives `kSocketWouldBlock` when nothing is there.
 /// `from`, unless null, takes the sender's address. `iFlags` are the system's own.

@@ -26,7 +26,7 @@ constexpr Row kNumbers[] = {
     {EMFILE, 10024},
     {ENFILE, 10024},
     {EAGAIN, kSocketWouldBlock},
-    {EINPROGRESS, kSocketWouldBlock},
+    {EINPROGRESS, 10036},
     {EALREADY, 10037},
     {ENOTSOCK, kSocketNotSocket},
     {EDESTADDRREQ, 10039},

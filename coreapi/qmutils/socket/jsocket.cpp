@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdarg>
-#include <cstring>
+#include <span>
 
 #include "coreapi/platform/clock.h"
 #include "coreapi/platform/netname.h"
@@ -56,6 +56,11 @@ std::string JSocket::nameOr(const std::string& sName, const char* szDefault) {
 
 JSocket::~JSocket() {
   JSocket::close();
+}
+
+void JSocket::setHandle(int iHandle) noexcept {
+  m_bDatagram = qm_platform::isDatagramSocket(iHandle);
+  m_handle.reset(iHandle);
 }
 
 void JSocket::fail(SocketError error, const std::string& sFunction) {
@@ -140,20 +145,11 @@ std::string JSocket::getProtocol() const {
   return {};
 }
 
-SocketError JSocket::receive(std::span<const SocketBuffer> buffers, int iFlags,
-                             qm_platform::Received& received, qm_platform::SocketAddressBytes* pFrom) const {
-  const Use use(m_handle, Side::kRead);
-  const SocketError error = blocking(use, false, m_iReadTimeout, [&](int iSocket, bool bWait) {
-    return qm_platform::receive(iSocket, buffers, bWait, iFlags, received, pFrom);
-  });
-  // A socket that is closed under a waiting read looks to it as if the peer had closed.
-  return error == 0 && received.uBytes == 0 && use.isClosed() ? qm_platform::kSocketInterrupted : error;
-}
-
 std::size_t JSocket::read(void* pBuffer, std::size_t uLength) {
-  const SocketBuffer buffer{pBuffer, uLength};
   qm_platform::Received received;
-  SocketError error = receive({&buffer, 1}, 0, received, nullptr);
+  SocketError error = receiving(received, [&](int iSocket, bool bWait) {
+    return qm_platform::receiveBytes(iSocket, pBuffer, uLength, bWait, m_bDatagram, received);
+  });
   if (error == 0 && received.bTruncated) {
     error = qm_platform::kSocketMessageSize;
   }
@@ -166,7 +162,9 @@ std::size_t JSocket::read(void* pBuffer, std::size_t uLength) {
 std::size_t JSocket::readv(const JIoBuf* pBuffers, std::size_t uCount) {
   const BufferArray buffers(pBuffers, uCount, "WSARecv");
   qm_platform::Received received;
-  const SocketError error = receive(buffers.get(), 0, received, nullptr);
+  const SocketError error = receiving(received, [&](int iSocket, bool bWait) {
+    return qm_platform::receive(iSocket, buffers.get(), bWait, 0, received, nullptr);
+  });
   if (error == qm_platform::kSocketMessageSize || (error == 0 && received.bTruncated)) {
     QM_THROW(JBufferSizeError);
   }
@@ -211,12 +209,13 @@ std::int32_t JSocket::getWriteTimeout() const {
   return m_iWriteTimeout;
 }
 
-std::size_t JSocket::sendBuffers(std::span<const SocketBuffer> buffers, const char* szFunction) {
+/// Sends once within the write time-out, by a call that also takes where to put the number of bytes.
+template <typename Call>
+std::size_t JSocket::sending(const char* szFunction, Call call) {
   std::size_t uSent = 0;
   const Use use(m_handle, Side::kWrite);
-  const SocketError error = blocking(use, true, m_iWriteTimeout, [&](int iSocket, bool bWait) {
-    return qm_platform::send(iSocket, buffers, bWait, 0, {}, uSent);
-  });
+  const SocketError error = blocking(use, true, m_iWriteTimeout,
+                                     [&](int iSocket, bool bWait) { return call(iSocket, bWait, uSent); });
   if (error != 0) {
     fail(error, szFunction);
   }
@@ -224,13 +223,16 @@ std::size_t JSocket::sendBuffers(std::span<const SocketBuffer> buffers, const ch
 }
 
 std::size_t JSocket::write(const void* pBuffer, std::size_t uLength) {
-  const SocketBuffer buffer{const_cast<void*>(pBuffer), uLength};
-  return sendBuffers({&buffer, 1}, "send");
+  return sending("send", [&](int iSocket, bool bWait, std::size_t& uSent) {
+    return qm_platform::sendBytes(iSocket, pBuffer, uLength, bWait, uSent);
+  });
 }
 
 std::size_t JSocket::writev(const JIoBuf* pBuffers, std::size_t uCount) {
   const BufferArray buffers(pBuffers, uCount, "WSASend");
-  return sendBuffers(buffers.get(), "WSASend");
+  return sending("WSASend", [&](int iSocket, bool bWait, std::size_t& uSent) {
+    return qm_platform::send(iSocket, buffers.get(), bWait, 0, {}, uSent);
+  });
 }
 
 void JSocket::getOption(int iLevel, int iName, void* pValue, int& iLength) const {

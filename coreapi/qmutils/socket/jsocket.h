@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
 
 #include "coreapi/platform/socketcalls.h"
@@ -115,7 +114,7 @@ class JSocket : public JTraceableObject, public JIoSocket {
   [[gnu::format(printf, 3, 4)]] void logLine(int iLevel, const char* szFormat, ...) const;
 
   /// Takes over a new socket; the one before is closed.
-  void setHandle(int iHandle) noexcept { m_handle.reset(iHandle); }
+  void setHandle(int iHandle) noexcept;
 
   /// Runs a call that doesn't wait on the socket. Throws its error under its label.
   template <typename Call>
@@ -158,11 +157,15 @@ class JSocket : public JTraceableObject, public JIoSocket {
     WaitLimit(iTimeout).wait(use.number(), bToWrite);
   }
 
-  /// Receives once within the read time-out. The error is 10004 as well when nothing came because the socket
-  /// was closed.
-  qm_platform::SocketError receive(std::span<const qm_platform::SocketBuffer> buffers, int iFlags,
-                                   qm_platform::Received& received,
-                                   qm_platform::SocketAddressBytes* pFrom) const;
+  /// Receives once within the read time-out, by a call as `blocking` takes it that fills `received`. The
+  /// error is 10004 as well when nothing came because the socket was closed.
+  template <typename Call>
+  qm_platform::SocketError receiving(const qm_platform::Received& received, Call call) const {
+    const Use use(m_handle, Side::kRead);
+    const qm_platform::SocketError error = blocking(use, false, m_iReadTimeout, call);
+    // A socket that is closed under a waiting read looks to it as if the peer had closed.
+    return error == 0 && received.uBytes == 0 && use.isClosed() ? qm_platform::kSocketInterrupted : error;
+  }
 
   mutable qm_platform::SocketHandle m_handle;
 
@@ -180,9 +183,11 @@ class JSocket : public JTraceableObject, public JIoSocket {
     std::int64_t m_iDue = 0;  ///< in nanoseconds; 0 before the first wait
   };
 
-  std::size_t sendBuffers(std::span<const qm_platform::SocketBuffer> buffers, const char* szFunction);
+  template <typename Call>
+  std::size_t sending(const char* szFunction, Call call);
   void shutdownSide(bool bWrite);
 
+  bool m_bDatagram = false;
   std::int32_t m_iReadTimeout = -1;
   std::int32_t m_iWriteTimeout = -1;
   std::int32_t m_iConnectTimeout = -1;

@@ -93,10 +93,10 @@ void JStreamSocket::connect(const JSockAddr& address) {
 }
 
 void JStreamSocket::finishConnect(const Use& use, const JSockAddr& address, const std::string& sPeer) {
-  SocketError error = qm_platform::connectSocket(use.number(), address.getBytes());
-  if (error == qm_platform::kSocketWouldBlock) {
+  bool bPending = false;
+  SocketError error = qm_platform::connectSocket(use.number(), address.getBytes(), bPending);
+  if (bPending) {
     waitFor(use, true, getConnectTimeout());
-    error = 0;
   }
   const SocketError modeError = qm_platform::setNonBlocking(use.number(), false);
   if (error == 0) {

@@ -92,16 +92,25 @@ std::size_t JTCPSocket::write(const void* pBuffer, std::size_t uLength) {
 
 std::size_t JTCPSocket::writev(const JIoBuf* pBuffers, std::size_t uCount) {
   JASSERT(uCount <= JIoBufIterator::kCapacity);
+  std::uint64_t uTotal = 0;
+  for (std::size_t i = 0; i < uCount; ++i) {
+    uTotal += pBuffers[i].bufLength;
+  }
+  if (uCount > JIoBufIterator::kCapacity || uTotal == 0) {
+    return 0;
+  }
   const std::int64_t iStart = qm_platform::steadyClockNanoseconds();
+  std::size_t uSum = JStreamSocket::writev(pBuffers, uCount);
+  if (uSum == uTotal) {
+    return uSum;  // most often, so that the iterator's copy isn't made
+  }
   JIoBufIterator rest(pBuffers, uCount);
-  std::size_t uSum = 0;
+  rest.advance(uSum);
   while (rest.bufs_length() != 0) {
+    checkWriteTime(iStart, "writev");
     const std::size_t uTaken = JStreamSocket::writev(rest.current(), rest.count());
     uSum += uTaken;
     rest.advance(uTaken);
-    if (rest.bufs_length() != 0) {
-      checkWriteTime(iStart, "writev");
-    }
   }
   return uSum;
 }

@@ -23,7 +23,10 @@ void JDatagramSocket::makeHandle(const char* szFunction) {
 }
 
 void JDatagramSocket::connectTo(const JSockAddr& address, const char* szFunction) {
-  control(szFunction, [&](int iSocket) { return qm_platform::connectSocket(iSocket, address.getBytes()); });
+  control(szFunction, [&](int iSocket) {
+    bool bPending = false;  // datagrams have nothing to wait for
+    return qm_platform::connectSocket(iSocket, address.getBytes(), bPending);
+  });
 }
 
 void JDatagramSocket::connect(const JSockAddr& address) {
@@ -35,7 +38,9 @@ std::size_t JDatagramSocket::recvfrom(void* pBuffer, std::size_t uLength, int iF
   const qm_platform::SocketBuffer buffer{pBuffer, uLength};
   qm_platform::Received received;
   qm_platform::SocketAddressBytes from;
-  SocketError error = receive({&buffer, 1}, iFlags, received, &from);
+  SocketError error = receiving(received, [&](int iSocket, bool bWait) {
+    return qm_platform::receive(iSocket, {&buffer, 1}, bWait, iFlags, received, &from);
+  });
   if (error == 0 && received.bTruncated) {
     error = qm_platform::kSocketMessageSize;
   }

@@ -86,13 +86,14 @@ class JBroadcastSocket : public JDatagramSocket {
   JInetAddr m_destination;
 };
 
-/// A UDP socket that has joined a group. Sending takes `connect` or `sendto` with the group's address.
+/// A UDP socket that has joined a group. It sends with `sendto` to the group's address; one that only sends
+/// may also `connect` to the group and `write`, which would keep a receiver from hearing anything.
 class JIPMulticastSocket : public JUDPSocket {
  public:
   /// Joins a group as sender, receiver or both. `bindAddress` gives the port, and the interface unless it is
-  /// the wildcard address. A socket that is both hears itself; what one that only sends emits isn't heard on
-  /// this machine. Throws JTextError when it is neither, JSysError "WSASocket", "bind", "WSAJoinLeaf" and
-  /// "WSAIoctl(SIO_MULTIPOINT_LOOPBACK)".
+  /// the wildcard address. A socket that is both hears itself; of one that only sends no copy comes back to
+  /// this machine, unless its interface is the loopback. Throws JTextError when it is neither, JSysError
+  /// "WSASocket", "bind", "WSAJoinLeaf" and "WSAIoctl(SIO_MULTIPOINT_LOOPBACK)".
   JIPMulticastSocket(const JInetAddr& group, bool bSender, bool bReceiver, const JInetAddr& bindAddress,
                      std::uint32_t* pTraceMask = nullptr, const std::string& sName = kDefaultName);
   ~JIPMulticastSocket() override;
