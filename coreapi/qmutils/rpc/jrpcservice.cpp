@@ -66,12 +66,13 @@ void JRPCService::stop() {
 void JRPCService::run() {
   while (!m_stop.wait(0)) {
     JLog::log(this, qm_err::kLogTraceRpc, "Waiting for incoming connections");
-    std::unique_ptr<JSocket> pConnection;
+    std::unique_ptr<JTCPSocket> pConnection;
     try {
-      pConnection = m_listener.accept();
-      if (!pConnection) {
+      const int iHandle = m_listener.acceptHandle();
+      if (iHandle < 0) {
         return;
       }
+      pConnection = std::make_unique<JTCPSocket>(JSocketNumber{iHandle}, getTraceMask());
       sendAtOnce(*pConnection);
     } catch (JError* pError) {
       const qm_err::CaughtError error(pError);
