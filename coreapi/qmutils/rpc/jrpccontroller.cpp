@@ -1,6 +1,5 @@
 #include "coreapi/qmutils/rpc/jrpccontroller.h"
 
-#include <optional>
 #include <utility>
 
 #include "coreapi/qmutils/params/jvariant.h"
@@ -23,15 +22,19 @@ class JRPCController::Deleting {
     ++m_controller.m_iDeleting;
     m_controller.m_clientChanged.notify_all();
   }
-  ~Deleting() {
-    const std::lock_guard lock(m_controller.m_smallMutex);
-    --m_controller.m_iDeleting;
-  }
+  ~Deleting() { end(); }
   Deleting(const Deleting&) = delete;
   Deleting& operator=(const Deleting&) = delete;
 
+  /// The client is gone.
+  void end() {
+    const std::lock_guard lock(m_controller.m_smallMutex);
+    m_controller.m_iDeleting -= std::exchange(m_iCount, 0);
+  }
+
  private:
   JRPCController& m_controller;
+  int m_iCount = 1;
 };
 
 JRPCController::JRPCController(JRPCNotifyWithContext* pNotify, std::int32_t iPort, const std::string& sHost,
@@ -40,7 +43,6 @@ JRPCController::JRPCController(JRPCNotifyWithContext* pNotify, std::int32_t iPor
       m_settings{iPort, iTunnelPort, sHost, bBlocking, iTimeOut},
       m_pNotify(pNotify) {
   JSocket::startup();
-  start(0, kMaxEvents);
 }
 
 JRPCController::~JRPCController() {
@@ -49,9 +51,9 @@ JRPCController::~JRPCController() {
 }
 
 void JRPCController::shutDown() {
+  m_bShutDown = true;
   disconnect();
   stop(false);
-  disconnect();  // what a last event's target may have connected
 }
 
 // The settings.
@@ -197,10 +199,15 @@ void JRPCController::disconnect() {
 }
 
 int JRPCController::connect() {
-  std::optional<Deleting> deleting(std::in_place, *this);
+  Deleting deleting(*this);
   const JAutoLock lock(m_linkMutex);
   endLink();
-  deleting.reset();
+  deleting.end();
+  if (m_bShutDown) {
+    m_iStatus = kDown;
+    return -1;
+  }
+  start(0, kMaxEvents);
 
   const LinkSettings settings = getSettings();
   m_iStatus = kConnecting;

@@ -112,7 +112,8 @@ class JRPCController : public virtual JRPCControllerInterface,
   static constexpr std::int32_t kMaxEvents = 1000;
   static constexpr std::int32_t kPingPeriod = 5000;
 
-  /// The target may be null; it stays the caller's. Starts the event thread.
+  /// The target may be null; it stays the caller's. The event thread starts with the first `connect`, when
+  /// the classes that derive from this one are whole; before that there is nothing to tell.
   explicit JRPCController(JRPCNotifyWithContext* pNotify, std::int32_t iPort = kDefaultPort,
                           const std::string& sHost = "localhost", std::int32_t iTunnelPort = 0,
                           std::int32_t iTimeOut = kDefaultTimeOut, bool bBlocking = false);
@@ -156,7 +157,7 @@ class JRPCController : public virtual JRPCControllerInterface,
   JRPCClient* getEventClient() const;
 
   /// Ends the link and the event thread; what is queued is dropped, a delivery under way is finished. Nothing
-  /// reaches the target afterwards.
+  /// reaches the target afterwards, and `connect` gives -1.
   void shutDown();
 
  protected:
@@ -191,6 +192,7 @@ class JRPCController : public virtual JRPCControllerInterface,
   JRPCHook* m_pHook = nullptr;
   std::unique_ptr<JRPCClient> m_pJrpcClient;  ///< changed under both locks
   int m_iDeleting = 0;                        ///< calls that delete the client, or wait for the lock to do so
+  std::atomic<bool> m_bShutDown{false};
   std::atomic<int> m_iStatus{kDown};
   std::atomic<std::uint64_t> m_uLink{0};  ///< number of the newest link; stands while its client lives
   std::uint64_t m_uEventLink = 0;         ///< of the event being delivered; the event thread's own

@@ -120,17 +120,19 @@ void JRPCServer::clearMarks(const JRPCServer* pTarget) {
 bool JRPCServer::handOver(Connection& connection) {
   const JAutoLock moves(handOverMutex());
   JRPCServer* const pTarget = connection.m_pMoveTarget.exchange(nullptr);
-  if (pTarget == nullptr) {
+  if (pTarget == nullptr || pTarget == this) {
     return true;
   }
-  const JAutoLock lock(pTarget->m_mutex);
-  if (pTarget->m_bShut) {
-    return false;
+  {
+    const JAutoLock lock(pTarget->m_mutex);
+    if (pTarget->m_bShut) {
+      return false;
+    }
+    pTarget->m_connections.push_back(&connection);
   }
-  pTarget->m_connections.push_back(&connection);
-  if (pTarget != this) {
-    remove(connection);
-  }
+  // Never both lists' locks at once. In between the connection stands in both lists, and it leaves neither
+  // before this thread takes it out.
+  remove(connection);
   connection.m_pServer = pTarget;
   const std::string& sOldName = connection.getName();
   connection.setTraceName(pTarget->getName() +

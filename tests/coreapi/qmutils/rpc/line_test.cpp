@@ -130,10 +130,16 @@ class RequestLine : public testing::TestWithParam<RequestCase> {};
 
 TEST_P(RequestLine, IsTakenApart) {
   const RequestCase& row = GetParam();
-  rpc_line::Request request;
-  EXPECT_EQ(thrownBy([&] { request = rpc_line::splitRequest(row.line); }), row.error);
-  EXPECT_EQ(request.sFunction, row.function);
-  EXPECT_EQ(request.sParameters, row.parameters);
+  std::string sFunction;
+  std::string sParameters;
+  EXPECT_EQ(thrownBy([&] {
+              const rpc_line::Request request = rpc_line::splitRequest(row.line);
+              sFunction = request.sFunction;
+              sParameters = request.sParameters;
+            }),
+            row.error);
+  EXPECT_EQ(sFunction, row.function);
+  EXPECT_EQ(sParameters, row.parameters);
 }
 
 const char* const kSyntax = "ProtocolError: function name syntax error '";

@@ -129,10 +129,13 @@ TEST(RpcController, ALostLinkIsTold) {
   EXPECT_EQ(controller.getStatus(), 0);
 }
 
-/// Gives the events of a client to a controller as the client's thread does.
+/// Gives the events of a client to a controller as the client's thread does. It has made and lost a link.
 class OpenController : public JRPCController {
  public:
-  using JRPCController::JRPCController;
+  explicit OpenController(JRPCNotifyWithContext* pNotify)
+      : JRPCController(pNotify, qm_test::closedPort(), "127.0.0.1", 0, kLong, true) {
+    connect();
+  }
   using JRPCController::linkDown;
 };
 

@@ -247,7 +247,7 @@ TEST(RpcServerStop, FinishesARunningRequestAndSendsItsAnswer) {
 TEST(RpcServerStop, LeavesAClientThatTakesNoAnswers) {
   TestService service;
   RawClient client(service.getPort());
-  client.send("big(size=" + std::to_string(64 << 20) + ")\r\nPING\r\n");
+  client.send("big(size=" + std::to_string(16 << 20) + ")\r\nPING\r\n");
   char cFirst = 0;
   client.socket().read(&cFirst, 1);  // the answer is under way now
   service.stop();

@@ -65,6 +65,7 @@ ScriptServer::ScriptServer(std::vector<Script> scripts, std::uint16_t uPort)
 }
 
 ScriptServer::~ScriptServer() {
+  m_bStop = true;
   m_listener.close();
   m_thread.join();
   for (const auto& pConnection : m_connections) {
@@ -74,7 +75,7 @@ ScriptServer::~ScriptServer() {
 }
 
 void ScriptServer::run() {
-  for (;;) {
+  while (!m_bStop) {
     try {
       auto pSocket = m_listener.accept();
       if (!pSocket) {

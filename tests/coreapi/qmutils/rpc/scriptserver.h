@@ -64,6 +64,7 @@ class ScriptServer {
   JTCPSocket m_listener;
   std::uint16_t m_uPort;
   std::atomic<std::size_t> m_accepted{0};
+  std::atomic<bool> m_bStop{false};
   std::mutex m_mutex;
   std::vector<std::unique_ptr<Connection>> m_connections;
   std::thread m_thread;
