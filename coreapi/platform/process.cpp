@@ -7,14 +7,22 @@ namespace qm_platform {
 
 namespace {
 
-std::string readModuleName() {
+/// Path of the program, or nothing.
+std::string readModulePath() {
   char path[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  if (length <= 0) {
-    return {};
-  }
-  const std::string full(path, static_cast<std::size_t>(length));
-  return full.substr(full.find_last_of('/') + 1);
+  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
+}
+
+std::string readModuleName() {
+  const std::string path = readModulePath();
+  return path.substr(path.find_last_of('/') + 1);
+}
+
+std::string readModuleDirectory() {
+  const std::string path = readModulePath();
+  const std::size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash == 0 ? 1 : slash);
 }
 
 }  // namespace
@@ -22,6 +30,11 @@ std::string readModuleName() {
 const std::string& runningModuleName() {
   static const std::string name = readModuleName();
   return name;
+}
+
+const std::string& runningModuleDirectory() {
+  static const std::string directory = readModuleDirectory();
+  return directory;
 }
 
 std::uint32_t processId() noexcept {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/params/jparamextract.h"
 #include "coreapi/qmutils/params/jparams.h"
 
 int main(int argc, char** argv) {
@@ -22,7 +23,7 @@ int main(int argc, char** argv) {
   try {
     JParams params;
     params.parse(text);
-    params.add("Rate", static_cast<long long>(rate) * 2);
+    params.add("Rate", rate * 2);
     std::string changed;
     params.toText(changed);
     std::cout << changed << '\n';

@@ -74,6 +74,11 @@ void passOn(LogState& state, const JLog::Msg& record) {
 
 }  // namespace
 
+qm_utils::LogState::LogState() {
+  scratch.uProcessId = qm_platform::processId();
+  scratch.sUnit = qm_platform::runningModuleName();
+}
+
 LogState& qm_utils::logState() {
   static LogState& state = *new LogState;
   return state;
@@ -96,19 +101,16 @@ void JLog::log(std::uint32_t uLevel, const char* szText, const char* szFile, int
     }
     LogState& state = logState();
     ensureConfigured(state);
-    static const std::uint32_t uProcessId = qm_platform::processId();
     const JAutoLock lock(state.mutex);
     if (state.iRouting != 0) {
       return;
     }
-    Msg& record = state.scratch;
+    Msg& record = state.scratch;  // process and unit are the same for all records
     record.uLevel = uLevel;
     record.sMessage.assign(szText, strnlen(szText, kMaxMessage));
     record.time = JTime::now();
-    record.uProcessId = uProcessId;
     record.uThreadId = qm_platform::threadId();
     record.sInstance = pObject != nullptr ? pObject->getName() : state.sInstance;
-    record.sUnit = qm_platform::runningModuleName();
     record.sFile = szFile != nullptr ? szFile : "";
     record.uLine = static_cast<std::uint32_t>(iLine);
     record.sClass = className(szClass);

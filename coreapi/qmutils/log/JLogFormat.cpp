@@ -38,17 +38,19 @@ void appendDecimal(std::uint32_t uValue, std::string& sOut) {
 /// "0x" and eight hexadecimal digits.
 void appendHex(std::uint32_t uValue, std::string& sOut) {
   static constexpr char kDigits[] = "0123456789abcdef";
-  sOut += "0x";
-  for (int iShift = 28; iShift >= 0; iShift -= 4) {
-    sOut += kDigits[(uValue >> iShift) & 0xF];
+  char szText[10] = {'0', 'x'};
+  for (int i = 9; i >= 2; --i, uValue >>= 4) {
+    szText[i] = kDigits[uValue & 0xF];
   }
+  sOut.append(szText, sizeof szText);
 }
 
 /// Three digits.
-void appendMilliseconds(std::uint64_t uMilliseconds, std::string& sOut) {
-  sOut += static_cast<char>('0' + uMilliseconds / 100);
-  sOut += static_cast<char>('0' + uMilliseconds / 10 % 10);
-  sOut += static_cast<char>('0' + uMilliseconds % 10);
+void appendMilliseconds(std::uint32_t uMilliseconds, std::string& sOut) {
+  const char szDigits[3] = {static_cast<char>('0' + uMilliseconds / 100),
+                            static_cast<char>('0' + uMilliseconds / 10 % 10),
+                            static_cast<char>('0' + uMilliseconds % 10)};
+  sOut.append(szDigits, sizeof szDigits);
 }
 
 }  // namespace
@@ -126,6 +128,6 @@ void JLogFormat::appendTime(JTime time, std::string& sOut) {
     m_bHasSecond = true;
   }
   sOut += m_sSecond;
-  appendMilliseconds(time.getMicroseconds() % JTime::kMicrosecondsPerSecond / kMicrosecondsPerMillisecond,
-                     sOut);
+  const std::uint64_t uMicroseconds = time.getMicroseconds() % JTime::kMicrosecondsPerSecond;
+  appendMilliseconds(static_cast<std::uint32_t>(uMicroseconds / kMicrosecondsPerMillisecond), sOut);
 }

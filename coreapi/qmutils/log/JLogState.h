@@ -13,6 +13,8 @@ namespace qm_utils {
 
 /// What the operations of `JLog` share; no other code includes this.
 struct LogState {
+  LogState();
+
   /// Makes one configuration at a time. Taken before `mutex`, never behind it.
   JMutex configuring;
   bool bInitialised = false;  ///< `JLog::init` was called; under `configuring`

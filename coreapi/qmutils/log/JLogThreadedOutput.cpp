@@ -36,6 +36,30 @@ bool succeeds(Step step) {
   }
 }
 
+void copyIfChanged(std::string& sTarget, const std::string& sSource) {
+  if (sTarget != sSource) {
+    sTarget = sSource;
+  }
+}
+
+/// Copies a record over an older one. What is mostly the same in all records isn't written again: memory that
+/// is only read needn't travel between the processors of the two threads.
+void copyInto(JLog::Msg& target, const JLog::Msg& source) {
+  target.uLevel = source.uLevel;
+  target.sMessage = source.sMessage;
+  target.time = source.time;
+  target.uProcessId = source.uProcessId;
+  target.uThreadId = source.uThreadId;
+  copyIfChanged(target.sInstance, source.sInstance);
+  copyIfChanged(target.sUnit, source.sUnit);
+  copyIfChanged(target.sHost, source.sHost);
+  copyIfChanged(target.sFile, source.sFile);
+  if (target.uLine != source.uLine) {
+    target.uLine = source.uLine;
+  }
+  copyIfChanged(target.sClass, source.sClass);
+}
+
 }  // namespace
 
 JLogThreadedOutput::JLogThreadedOutput(std::string sName, std::string sThreadName,
@@ -87,16 +111,24 @@ bool JLogThreadedOutput::pass(const JLog::Msg& record) {
 
 bool JLogThreadedOutput::enqueue(const JLog::Msg& record) {
   const std::uint64_t uTail = m_uTail.load(std::memory_order_relaxed);
-  if (uTail - m_uTaken.load(std::memory_order_acquire) >= m_uCapacity) {
+  if (!hasRoom(uTail)) {
     return false;
   }
-  m_ring[uTail % m_ring.size()] = record;
+  copyInto(m_ring[m_uTailSlot], record);
+  m_uTailSlot = m_uTailSlot + 1 == m_ring.size() ? 0 : m_uTailSlot + 1;
   // Either this thread sees that the other one sleeps, or that one sees the record before it does.
   m_uTail.store(uTail + 1, std::memory_order_seq_cst);
   if (m_bAsleep.load(std::memory_order_seq_cst) && m_bAsleep.exchange(false)) {
     m_queued.set();
   }
   return true;
+}
+
+bool JLogThreadedOutput::hasRoom(std::uint64_t uTail) noexcept {
+  if (uTail - m_uTakenSeen >= m_uCapacity) {
+    m_uTakenSeen = m_uTaken.load(std::memory_order_acquire);
+  }
+  return uTail - m_uTakenSeen < m_uCapacity;
 }
 
 std::uint32_t JLogThreadedOutput::getQueuedCount() const noexcept {
@@ -120,6 +152,7 @@ void JLogThreadedOutput::start() {
     }
     m_ring.resize(std::size_t{m_uCapacity} + 1);
     m_uHead = m_uTail;
+    m_uHeadSlot = m_uTailSlot;
     m_uTaken = m_uHead;
     m_bCurrentFailed = false;
     m_uFlushLost = 0;
@@ -245,9 +278,9 @@ bool JLogThreadedOutput::spin() const noexcept {
 
 /// The records that aren't done, as far as they stand in one piece.
 std::span<const JLog::Msg> JLogThreadedOutput::waiting() const noexcept {
-  const std::size_t uSlot = m_uHead % m_ring.size();
   const std::size_t uCount = m_uTail.load(std::memory_order_acquire) - m_uHead;
-  return std::span<const JLog::Msg>(m_ring).subspan(uSlot, std::min(uCount, m_ring.size() - uSlot));
+  return std::span<const JLog::Msg>(m_ring).subspan(m_uHeadSlot,
+                                                    std::min(uCount, m_ring.size() - m_uHeadSlot));
 }
 
 /// Offers the output what waits. Returns how many records are done.
@@ -262,9 +295,13 @@ std::size_t JLogThreadedOutput::tryWrite() {
   return uWritten;
 }
 
-/// Lets go of records at the head: their slots are free for new ones.
+/// Lets go of records at the head, which stand in one piece: their slots are free for new ones.
 void JLogThreadedOutput::release(std::size_t uCount) noexcept {
   m_uHead += uCount;
+  m_uHeadSlot += uCount;
+  if (m_uHeadSlot == m_ring.size()) {
+    m_uHeadSlot = 0;
+  }
   m_uTaken.store(m_uHead, std::memory_order_release);
   m_bCurrentFailed = false;
 }

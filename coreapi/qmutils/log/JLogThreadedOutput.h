@@ -75,9 +75,12 @@ class JLogThreadedOutput : public JLog::GenericOutput, public JThread {
  private:
   enum class Event { kStop, kRetry, kRecord };
 
+  static constexpr std::size_t kCacheLine = 64;  ///< bytes
+
   void run() override;
   bool pass(const JLog::Msg& record);
   bool enqueue(const JLog::Msg& record);
+  bool hasRoom(std::uint64_t uTail) noexcept;
   bool reportLost();
   bool awaitEnd(bool bWait);
 
@@ -101,17 +104,21 @@ class JLogThreadedOutput : public JLog::GenericOutput, public JThread {
   std::uint32_t m_uLost = 0;
 
   // The queue: a ring of the capacity and one more, the record that is being written. Positions only grow;
-  // their remainder by the ring's size is the slot. Slots keep the memory of their strings.
+  // their remainder by the ring's size is the slot. Slots keep the memory of their strings. What one side
+  // writes all the time stands apart from what the other side reads.
   std::vector<JLog::Msg> m_ring;
-  std::atomic<std::uint64_t> m_uTail{0};   ///< behind the last record put in
-  std::atomic<std::uint64_t> m_uTaken{0};  ///< behind the last record that left the queue
-  std::atomic<bool> m_bAsleep{false};      ///< the thread sleeps, or is about to, and wants to be woken
+  std::size_t m_uTailSlot = 0;                                 ///< where the next record goes
+  std::uint64_t m_uTakenSeen = 0;                              ///< `m_uTaken` when those who log last looked
+  alignas(kCacheLine) std::atomic<std::uint64_t> m_uTail{0};   ///< behind the last record put in
+  alignas(kCacheLine) std::atomic<std::uint64_t> m_uTaken{0};  ///< behind the last record that left the queue
+  std::atomic<bool> m_bAsleep{false};  ///< the thread sleeps, or is about to, and wants to be woken
   JFlag m_queued{false};
   JFlag m_stop{false};
 
   // Of the thread alone, but for the atomic ones.
   JWaitableTimer m_retry{false};
   std::uint64_t m_uHead = 0;      ///< the first record that isn't done
+  std::size_t m_uHeadSlot = 0;    ///< where it stands
   bool m_bCurrentFailed = false;  ///< the record at the head was tried and waits for its retry
   std::uint32_t m_uGivenWay = 0;  ///< failed records that gave way to newer ones since the last success
   std::atomic<std::int64_t> m_iFlushEnd{0};  ///< by the steady clock, nanoseconds

@@ -84,7 +84,7 @@ void JTraceableObject::enterName(std::string sName) {
   }
   m_bEntered = registry.names.insert(m_sName).second;
   if (!m_bEntered) {
-    m_sName += "[" + std::to_string(m_uId) + "]";
+    m_sName.append("[").append(std::to_string(m_uId)).append("]");
     m_bEntered = registry.names.insert(m_sName).second;
   }
 }

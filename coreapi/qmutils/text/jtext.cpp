@@ -1,8 +1,6 @@
 #include "coreapi/qmutils/text/jtext.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <new>
 
 #include "coreapi/platform/clocale.h"
@@ -22,19 +20,26 @@ constexpr std::size_t kLastGuess = std::size_t{1} << 20;
 constexpr const char* kNoFirstBuffer = "Cannot allocate space for qm_utils::format()";
 constexpr const char* kNoLargerBuffer = "Cannot realloc space for qm_utils::format()";
 
-struct FreeBytes {
-  void operator()(char* pBytes) const noexcept { std::free(pBytes); }
-};
-using Bytes = std::unique_ptr<char, FreeBytes>;
-
-Bytes allocate(std::size_t size, const char* szFailure) {
-  Bytes bytes(qm_platform::takeFault(qm_platform::Seam::kAllocation).kind == qm_platform::FaultKind::kNone
-                  ? static_cast<char*>(std::malloc(size))
-                  : nullptr);
-  if (!bytes) {
+/// Does what takes memory; without any, throws `JTextError` with a text.
+template <class Work>
+void allocating(const char* szFailure, Work work) {
+  if (qm_platform::takeFault(qm_platform::Seam::kAllocation).kind != qm_platform::FaultKind::kNone) {
     QM_THROW(JTextError, "%s", szFailure);
   }
-  return bytes;
+  try {
+    work();
+  } catch (const std::bad_alloc&) {
+    QM_THROW(JTextError, "%s", szFailure);
+  }
+}
+
+/// One bounded print; the arguments stay usable for the next.
+int print(char* szBuf, std::size_t size, const char* szFormat, va_list arguments) {
+  va_list copy;
+  va_copy(copy, arguments);
+  const int length = qm_platform::printC(szBuf, size, szFormat, copy);
+  va_end(copy);
+  return length;
 }
 
 bool isWhiteSpace(char c) noexcept {
@@ -69,23 +74,24 @@ std::string format(const char* szFormat, ...) {
 }
 
 std::string vformat(const char* szFormat, va_list arguments) {
-  std::size_t size = kFirstSize;
-  Bytes buffer = allocate(size, kNoFirstBuffer);
-  for (;;) {
-    va_list copy;
-    va_copy(copy, arguments);
-    const int length = qm_platform::printC(buffer.get(), size, szFormat, copy);
-    va_end(copy);
-    if (length >= 0 && static_cast<std::size_t>(length) < size) {
-      return {buffer.get(), static_cast<std::size_t>(length)};
-    }
+  std::string sText;
+  char szFirst[kFirstSize];
+  int length = print(szFirst, sizeof szFirst, szFormat, arguments);
+  if (length >= 0 && static_cast<std::size_t>(length) < sizeof szFirst) {
+    allocating(kNoFirstBuffer, [&] { sText.assign(szFirst, static_cast<std::size_t>(length)); });
+    return sText;
+  }
+  // A length says what is needed. Without one, more room may help, but not for ever.
+  for (std::size_t size = kFirstSize; length < 0 || static_cast<std::size_t>(length) >= size;) {
     if (length < 0 && size >= kLastGuess) {
       QM_THROW(JTextError, "%s", kNoLargerBuffer);
     }
     size = length < 0 ? size * 2 : static_cast<std::size_t>(length) + 1;
-    buffer.reset();
-    buffer = allocate(size, kNoLargerBuffer);
+    allocating(kNoLargerBuffer, [&] { sText.resize(size); });
+    length = print(sText.data(), size, szFormat, arguments);
   }
+  sText.resize(static_cast<std::size_t>(length));
+  return sText;
 }
 
 void trimLeft(std::string& sText) {

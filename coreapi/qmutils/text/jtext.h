@@ -12,7 +12,7 @@ namespace qm_utils {
 [[gnu::format(printf, 1, 0)]] std::string vformat(const char* szFormat, va_list arguments);
 
 /// The same into 16-bit text. The format takes the conversions of `printf` but "%n"; "%s" takes a 16-bit
-/// string and "%c" a 16-bit unit, "%hs" a UTF-8 string and "%hc" a byte. Precisions of strings count 16-bit
+/// string and "%c" a 16-bit unit, "%hs" a UTF-8 string and "%hc" a byte. Widths and precisions count 16-bit
 /// units, and a null string prints "(null)".
 std::u16string format(const char16_t* szFormat, ...);
 std::u16string vformat(const char16_t* szFormat, va_list arguments);

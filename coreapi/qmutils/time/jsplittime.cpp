@@ -7,6 +7,7 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/text/jtext.h"
 #include "coreapi/qmutils/time/datescanner.h"
+#include "coreapi/qmutils/time/timezone.h"
 
 namespace {
 
@@ -15,6 +16,14 @@ constexpr std::size_t kLongestForm = 49;
 
 /// A text that is no longer than this is no date.
 constexpr std::size_t kTooShort = 8;
+
+/// Wall times beyond these lie outside all times that a `JTime` holds, in every zone.
+constexpr std::int64_t kSlack = 30 * 86400;
+constexpr auto kEpochSeconds = static_cast<std::int64_t>(JTime::kEpochOffset / JTime::kMicrosecondsPerSecond);
+constexpr std::int64_t kFirstWallSecond = -kEpochSeconds - kSlack;
+constexpr std::int64_t kLastWallSecond =
+    static_cast<std::int64_t>(JTime::max().getMicroseconds() / JTime::kMicrosecondsPerSecond) -
+    kEpochSeconds + kSlack;
 
 /// A number moved to another origin: months from 1 or from 0, years from 0 or from 1900.
 int shifted(int iNumber, int iBy) noexcept {
@@ -191,4 +200,48 @@ void JUTCSplitTime::toFields() {
 void JUTCSplitTime::fromFields() {
   m_fields = qm_utils::calendarFromSeconds(storeSeconds(qm_utils::secondsFromCalendar(m_fields)));
   m_iDaylight = 0;
+}
+
+JLocalSplitTime::JLocalSplitTime(const std::string& sZoneName)
+    : m_pOwnRules(sZoneName.empty() ? nullptr : qm_utils::zoneRulesByName(sZoneName)) {}
+
+JLocalSplitTime::JLocalSplitTime() : JLocalSplitTime(JTime()) {}
+
+JLocalSplitTime::JLocalSplitTime(JTime time, const std::string& sZoneName) : JLocalSplitTime(sZoneName) {
+  m_time = time;
+  toFields();
+}
+
+JLocalSplitTime::JLocalSplitTime(const char* szText, const std::string& sZoneName)
+    : JLocalSplitTime(sZoneName) {
+  readText(szText);
+  fromFields();
+}
+
+JLocalSplitTime::JLocalSplitTime(int iMonth, int iDay, int iYear, int iHour, int iMinute, int iSecond,
+                                 int iMicrosecond, const std::string& sZoneName)
+    : JLocalSplitTime(sZoneName) {
+  storeFields(iMonth, iDay, iYear, iHour, iMinute, iSecond, iMicrosecond);
+  fromFields();
+}
+
+std::shared_ptr<const qm_utils::ZoneRules> JLocalSplitTime::rules() const {
+  return m_pOwnRules ? m_pOwnRules : qm_utils::localZoneRules();
+}
+
+void JLocalSplitTime::toFields() {
+  const qm_utils::LocalInstant instant = rules()->at(m_time.toUnixSeconds());
+  m_fields = qm_utils::calendarFromSeconds(instant.iWallSeconds);
+  m_iDaylight = instant.bDaylight ? 1 : 0;
+  m_sZone = qm_utils::withSignSwapped(instant.sAbbreviation);
+}
+
+void JLocalSplitTime::fromFields() {
+  m_iDaylight = -1;
+  const auto pRules = rules();
+  const std::int64_t iWall =
+      std::clamp(qm_utils::secondsFromCalendar(m_fields), kFirstWallSecond, kLastWallSecond);
+  const qm_utils::LocalInstant instant = pRules->at(storeSeconds(pRules->toUnixSeconds(iWall)));
+  m_fields = qm_utils::calendarFromSeconds(instant.iWallSeconds);
+  m_iDaylight = instant.bDaylight ? 1 : 0;
 }

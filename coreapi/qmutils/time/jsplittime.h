@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "coreapi/qmutils/time/calendar.h"
 #include "coreapi/qmutils/time/jtime.h"
+#include "coreapi/qmutils/time/zonerules.h"
 
 /// A `JTime` together with its calendar fields. What the fields mean, and how one side follows from the
 /// other, is the derived class's: UTC or local time. The microseconds below the second stand in the `JTime`
@@ -98,4 +100,30 @@ class JUTCSplitTime final : public JSplitTime {
 
   void toFields() override;
   void fromFields() override;
+};
+
+/// The calendar in local time: in the process's zone (timezone.h) at the moment of each conversion, or in a
+/// zone of its own when it is made with a name. Where the clock shows a time twice or not at all,
+/// `ZoneRules::toUnixSeconds` says which instant it is. The zone that stands in a text is kept, not
+/// interpreted; `toFields` puts the abbreviation in force in its place, with the sign of "GMT+" and "GMT-"
+/// changed as in names of zones.
+class JLocalSplitTime final : public JSplitTime {
+ public:
+  /// A time of 0.
+  JLocalSplitTime();
+  explicit JLocalSplitTime(JTime time, const std::string& sZoneName = {});
+  explicit JLocalSplitTime(const char* szText, const std::string& sZoneName = {});
+  JLocalSplitTime(int iMonth, int iDay, int iYear, int iHour, int iMinute, int iSecond, int iMicrosecond,
+                  const std::string& sZoneName = {});
+
+  void toFields() override;
+  void fromFields() override;
+
+ private:
+  explicit JLocalSplitTime(const std::string& sZoneName);
+
+  /// The rules to convert by now.
+  std::shared_ptr<const qm_utils::ZoneRules> rules() const;
+
+  std::shared_ptr<const qm_utils::ZoneRules> m_pOwnRules;  ///< null for the process's zone
 };
