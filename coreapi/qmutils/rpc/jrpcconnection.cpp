@@ -155,14 +155,19 @@ JRPCServer::Connection::Next JRPCServer::Connection::answerPing() {
 
 /// Answers a call, unless its function has no answer.
 JRPCServer::Connection::Next JRPCServer::Connection::answerRequest(std::string_view sLine) {
-  logLine(qm_err::kLogTraceRpc, "Processing request: '%s'.", shown(sLine).c_str());
+  const bool bTraced = isTraceEnabled(1U << qm_err::kLogTraceRpc);
+  if (bTraced) {
+    logLine(qm_err::kLogTraceRpc, "Processing request: '%s'.", shown(sLine).c_str());
+  }
   const Outcome outcome = buildAnswer(sLine);
   if (outcome == Outcome::kNoAnswer) {
-    logLine(qm_err::kLogTraceRpc, "No answer required for request '%s'.", shown(sLine).c_str());
+    if (bTraced) {
+      logLine(qm_err::kLogTraceRpc, "No answer required for request '%s'.", shown(sLine).c_str());
+    }
     return Next::kGoOn;
   }
   const char* const szWord = outcome == Outcome::kOk ? "OK" : "FAILED";
-  if (outcome == Outcome::kOk) {
+  if (bTraced && outcome == Outcome::kOk) {
     logLine(qm_err::kLogTraceRpc, "Answering '%s' for request '%s'.", shown(builtLine()).c_str(),
             shown(sLine).c_str());
   }
