@@ -11,6 +11,9 @@ namespace {
 constexpr int kMajorVersion = 1;
 constexpr int kMinorVersion = 0;
 
+/// The element of all forms that holds elements of any kind.
+constexpr const char* kStreamParams = "StreamParams";
+
 /// Name of a form's root in the schema.
 std::string definitionOf(const InfoLayout& layout) {
   return std::string(layout.szElement) + "Param";
@@ -52,7 +55,7 @@ void DescriptionSchema::beginGroup(const char* szName, bool bOptional) {
 
 std::string DescriptionSchema::finish() {
   QMXmlParams::addSchemaReferences("anyElement",
-                                   QMXmlParams::addSchemaGroup("StreamParams", m_pElement, true));
+                                   QMXmlParams::addSchemaGroup(kStreamParams, m_pElement, true));
   return m_params.getSchema();
 }
 
@@ -80,7 +83,8 @@ bool DescriptionReader::refuse(const char* szWhy) const {
 }
 
 bool DescriptionReader::open(std::string_view text) {
-  if (m_pParams->setConfig(std::string(text), true) != 0) {
+  if (m_pParams->setConfig(std::string(text), false) != 0 ||
+      !m_pParams->isValidWithoutElementsOf(kStreamParams)) {
     warn(operation() + "xml setConfig failed");
     return false;
   }
@@ -123,8 +127,8 @@ bool DescriptionReader::readTexts() {
       warn(operation() + "No packetized format given !");
     }
   }
-  if (m_pParams->has("StreamParams")) {
-    m_sStreamParams = m_pParams->getContent("StreamParams");
+  if (m_pParams->has(kStreamParams)) {
+    m_sStreamParams = m_pParams->getContent(kStreamParams);
   }
   return true;
 }

@@ -102,6 +102,7 @@ template <class NoXml>
 bool XmlMediaInfo<NoXml>::store(bool bSet) {
   if (bSet) {
     NoXml::setStreamParams(m_additional.getText());
+    keepCodingParams();
   }
   return bSet;
 }

@@ -132,6 +132,9 @@ _xmlDoc* QMXml::read(const char* pBuffer, std::size_t size) {
   if (!document) {
     QM_THROW(JTextError, "Error parsing the XML document (%s).", reason(bFits).c_str());
   }
+  if (qm_xml::hasPointer(document.get())) {
+    QM_THROW(JTextError, "The XInclude substitution failed (%s).", qm_xml::kPointerText);
+  }
   if (xmlXIncludeProcess(document.get()) == -1) {
     document.reset();
     QM_THROW(JTextError, "The XInclude substitution failed (%s).", getLastError().c_str());

@@ -8,7 +8,8 @@ struct _xmlDoc;
 /// Life cycle of the XML library, parsing of whole documents, and their validation against W3C XML Schemas.
 ///
 /// A document from memory came from a file or a peer: while it is parsed or validated, nothing else is read
-/// for it, neither file nor network, whatever it names. A document opened by its file name may include
+/// for it, neither file nor network, whatever it names, and an include that points into the text itself is
+/// refused. A document opened by its file name may include
 /// others.
 ///
 /// Any thread may call the operations; a document belongs to one thread at a time.

@@ -121,6 +121,11 @@ class QMXmlParams {
   /// Whether the configuration is valid. One that isn't is dropped.
   bool validateParams();
 
+  /// Whether the configuration is valid when the elements that a child of the root holds are left out. For a
+  /// child that the schema allows any elements in: what they are says nothing about validity, but validating
+  /// them takes time that grows with the square of their number.
+  bool isValidWithoutElementsOf(const std::string& sChild);
+
   /// Takes over the values of another document, whose elements must all be in the configuration. 0 a value
   /// that isn't marked "dynamic" changed, or there was no configuration and the document is it now; 1 no such
   /// value changed; -1 the document doesn't parse; -2 it isn't valid; -3 it has an element that the

@@ -5,6 +5,7 @@
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmxml/qmxml.h"
+#include "coreapi/qmxml/xmldocument.h"
 #include "coreapi/qmxml/xmlmisuse.h"
 #include "coreapi/qmxml/xmlscope.h"
 
@@ -16,6 +17,14 @@ namespace {
 constexpr int kReaderOptions = XML_PARSE_RECOVER | XML_PARSE_NOENT | XML_PARSE_PEDANTIC | XML_PARSE_NOBLANKS |
                                XML_PARSE_XINCLUDE | XML_PARSE_NOCDATA;
 static_assert(kReaderOptions == 0x4583);
+
+/// Whether the reader would find an include with an "xpointer" in a text: it carries includes out by itself,
+/// so that the text is looked at before it does.
+bool hasPointer(const std::string& sText) {
+  const qm_xml::OwnedDoc document(xmlReadMemory(sText.data(), static_cast<int>(sText.size()), nullptr,
+                                                nullptr, kReaderOptions & ~XML_PARSE_XINCLUDE));
+  return qm_xml::hasPointer(document.get());
+}
 
 constexpr int kElementBegin = XML_READER_TYPE_ELEMENT;
 constexpr int kText = XML_READER_TYPE_TEXT;
@@ -40,6 +49,10 @@ QMXmlReader::QMXmlReader(const char* pBuffer, std::size_t size) : m_bFromMemory(
   const bool bFits = qm_xml::fitsLimit(size) && size <= INT_MAX;
   if (bFits) {
     m_sText.assign(pBuffer, size);
+    if (hasPointer(m_sText)) {
+      QM_THROW(JTextError, "xmlReaderForMemory(..., %i) failed (%s).", static_cast<int>(size),
+               qm_xml::kPointerText);
+    }
     m_pReader = xmlReaderForMemory(m_sText.data(), static_cast<int>(size), nullptr, nullptr, kReaderOptions);
   }
   if (m_pReader == nullptr) {

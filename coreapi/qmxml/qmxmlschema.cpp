@@ -55,6 +55,16 @@ bool fail(const char* szText, const char* szEnd = ")") {
   return false;
 }
 
+/// Makes nodes, in order, all that a parent holds.
+void setChildren(xmlNode* pParent, const std::vector<xmlNode*>& nodes) noexcept {
+  pParent->children = nodes.empty() ? nullptr : nodes.front();
+  pParent->last = nodes.empty() ? nullptr : nodes.back();
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    nodes[i]->prev = i > 0 ? nodes[i - 1] : nullptr;
+    nodes[i]->next = i + 1 < nodes.size() ? nodes[i + 1] : nullptr;
+  }
+}
+
 void ignoreStructured(void* /*pContext*/, xmlErrorPtr /*pError*/) {}
 
 /// Compiles a schema. What fails is logged when `bLog` says so. The caller has a scope open.
@@ -166,6 +176,25 @@ bool QMXmlParams::validate(_xmlDoc* pDocument) const {
                 QMXml::getLastError().c_str());
   }
   return iResult == 0;
+}
+
+bool QMXmlParams::isValidWithoutElementsOf(const std::string& sChild) {
+  xmlNode* pParent = findNode(sChild);
+  if (pParent == nullptr) {
+    return validate(m_pConfig);
+  }
+  std::vector<xmlNode*> all;
+  std::vector<xmlNode*> rest;
+  for (xmlNode* pNode = pParent->children; pNode != nullptr; pNode = pNode->next) {
+    all.push_back(pNode);
+    if (pNode->type != XML_ELEMENT_NODE) {
+      rest.push_back(pNode);
+    }
+  }
+  setChildren(pParent, rest);
+  const bool bValid = validate(m_pConfig);
+  setChildren(pParent, all);
+  return bValid;
 }
 
 _xmlNode* QMXmlParams::addSchemaGroup(const std::string& sName, _xmlNode* pParent, bool bOptional) {

@@ -10,6 +10,41 @@
 
 namespace qm_xml {
 
+namespace {
+
+bool isInclude(const xmlNode* pNode) noexcept {
+  return pNode->type == XML_ELEMENT_NODE && pNode->ns != nullptr &&
+         xmlStrEqual(pNode->name, XINCLUDE_NODE) != 0 &&
+         (xmlStrEqual(pNode->ns->href, XINCLUDE_NS) != 0 ||
+          xmlStrEqual(pNode->ns->href, XINCLUDE_OLD_NS) != 0);
+}
+
+/// The node behind another one in document order, below a root; null behind the last one.
+const xmlNode* nextNode(const xmlNode* pNode, const xmlNode* pRoot) noexcept {
+  if (pNode->type == XML_ELEMENT_NODE && pNode->children != nullptr) {
+    return pNode->children;
+  }
+  while (pNode != pRoot && pNode->next == nullptr) {
+    pNode = pNode->parent;
+  }
+  return pNode != pRoot ? pNode->next : nullptr;
+}
+
+}  // namespace
+
+bool hasPointer(const xmlDoc* pDocument) noexcept {
+  const xmlNode* pRoot = pDocument != nullptr ? xmlDocGetRootElement(pDocument) : nullptr;
+  for (const xmlNode* pNode = pRoot; pNode != nullptr; pNode = nextNode(pNode, pRoot)) {
+    // Those of a namespace are found with the defaults that the text itself declares.
+    if (isInclude(pNode) && (xmlHasProp(pNode, XINCLUDE_PARSE_XPOINTER) != nullptr ||
+                             xmlHasNsProp(pNode, XINCLUDE_PARSE_XPOINTER, XINCLUDE_NS) != nullptr ||
+                             xmlHasNsProp(pNode, XINCLUDE_PARSE_XPOINTER, XINCLUDE_OLD_NS) != nullptr)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 OwnedDoc readDocument(const std::string& sText) {
   const XmlScope scope(XmlScope::kMemory);
   const bool bFits = fitsLimit(sText.size()) && sText.size() <= INT_MAX;
@@ -17,6 +52,9 @@ OwnedDoc readDocument(const std::string& sText) {
   if (!document) {
     qm_err::log(qm_err::kLogWarning, "read(): Error parsing XML content (%s).",
                 (bFits ? QMXml::getLastError() : limitText()).c_str());
+  } else if (hasPointer(document.get())) {
+    document.reset();
+    qm_err::log(qm_err::kLogWarning, "read(): The XInclude substitution failed (%s).", kPointerText);
   } else if (xmlXIncludeProcess(document.get()) == -1) {
     document.reset();
     qm_err::log(qm_err::kLogWarning, "read(): The XInclude substitution failed (%s).",

@@ -31,6 +31,14 @@ inline bool isDynamicNode(xmlNode* pNode) noexcept {
   return xmlHasProp(pNode, toXml(kDynamic)) != nullptr;
 }
 
+/// Whether an include of a document has an "xpointer". Where such a document is a text from memory, this can
+/// only point into the text itself: it could repeat the text many times over, and evaluating it can take any
+/// time.
+bool hasPointer(const xmlDoc* pDocument) noexcept;
+
+/// What is said about such a text.
+inline constexpr const char* kPointerText = "an include of a text from memory has an xpointer";
+
 /// Parses a text and carries out its XIncludes, or logs why not under "read()". The limit on texts applies.
 OwnedDoc readDocument(const std::string& sText);
 

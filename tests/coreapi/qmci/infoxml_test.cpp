@@ -103,6 +103,9 @@ TYPED_TEST(InfoXml, SchemaAcceptsWhatTheLibrarysOwnProgramAccepts) {
       replaced(sForm, "<NomMaxBitstreamSize>", "<NomMaxBitstreamSize>-"),
       replaced(sForm, "<MIMEType>", "<MIMEType/><MIMEType>"),
       replaced(sForm, "</MIMEType>", "</MIMEType><StreamParams><a b='1'>t<c/></a></StreamParams>"),
+      replaced(sForm, "</MIMEType>", "</MIMEType><StreamParams><a/>text<b/></StreamParams>"),
+      replaced(sForm, "</MIMEType>",
+               "</MIMEType><StreamParams><a/></StreamParams><StreamParams><b/></StreamParams>"),
       replaced(sForm, "Info>", "Info><none/>"),
       replaced(sForm, "<SamplingsPerFrame>1152", "<SamplingsPerFrame>0"),
       replaced(sForm, "<TimeReversed>1", "<TimeReversed>2"),
@@ -113,6 +116,19 @@ TYPED_TEST(InfoXml, SchemaAcceptsWhatTheLibrarysOwnProgramAccepts) {
     TypeParam info;
     EXPECT_EQ(this->update(info, sText), qm_test::validUnderRelaxNg(sText, sSchema)) << sText;
   }
+}
+
+TYPED_TEST(InfoXml, HoldsAsManyParametersAsATextCan) {
+  std::string sParams = "<z/><!-- - -->";
+  while (sParams.size() < 200000) {
+    sParams += "<a/>";
+  }
+  TypeParam from;
+  ASSERT_TRUE(this->update(from, this->m_sForm));
+  ASSERT_TRUE(from.setStreamParams(sParams));
+  TypeParam info;
+  EXPECT_TRUE(this->update(info, from.getXML()));
+  EXPECT_EQ(info.getStreamParams(), sParams);
 }
 
 TYPED_TEST(InfoXml, VersionsOfTheSameMajorAreRead) {
@@ -245,6 +261,8 @@ TEST(AdditionalParams, BinariesAreBase64) {
   info.setCodingParams(bytesOf(sBytes));
   QMAudioInfo again(info.getCIInfo());
   EXPECT_EQ(qm_test::textOf(again.getCodingParams()), sBytes);
+  EXPECT_TRUE(again.setBinary("CodingParams", bytesOf(std::string("12"))));
+  EXPECT_EQ(qm_test::textOf(again.getCodingParams()), "12");
   again.reset();
   EXPECT_EQ(again.getStreamParams(), "<CodingParams/>");
   EXPECT_TRUE(again.getCodingParams().empty());

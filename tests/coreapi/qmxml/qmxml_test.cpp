@@ -178,6 +178,32 @@ xmlParserInputPtr hostLoader(const char* szUrl, const char* /*szId*/, xmlParserC
   return xmlNewInputFromFile(pContext, szUrl);
 }
 
+TEST_F(Xml, ATextFromMemoryDoesNotIncludeItself) {
+  const std::string sStart = "<a xml:base='' xmlns:xi='http://www.w3.org/2001/XInclude'><p>twice</p>";
+  const std::string sSelf = "<xi:include href='' xpointer='xpointer(/a/p)'/>";
+  const struct {
+    const char* name;
+    std::string text;
+  } kRows[] = {
+      {"below", sStart + "<b>" + sSelf + "</b></a>"},
+      {"without address", sStart + "<xi:include xpointer='xpointer(/a/p)'/></a>"},
+      {"prefixed", sStart + "<xi:include href='' xi:xpointer='xpointer(/a/p)'/></a>"},
+      {"other namespace",
+       "<a xml:base='' xmlns:y='http://www.w3.org/2003/XInclude'><p/>"
+       "<y:include href='' xpointer='xpointer(/a/p)'/></a>"},
+      {"by default", "<!DOCTYPE a [<!ATTLIST xi:include xi:xpointer CDATA 'xpointer(/a/p)'>]>" + sStart +
+                         "<xi:include href=''/></a>"},
+      {"in a fallback",
+       sStart + "<xi:include href='none'><xi:fallback>" + sSelf + "</xi:fallback></xi:include></a>"},
+  };
+  for (const auto& row : kRows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_THAT(failureOf([&] { readAndClose(row.text); }), HasSubstr("xpointer"));
+    EXPECT_THAT(failureOf([&] { QMXmlReader(row.text.data(), row.text.size()); }), HasSubstr("xpointer"));
+    EXPECT_EQ(QMXmlParams().setConfig(row.text, false), -1);
+  }
+}
+
 TEST_F(Xml, ATextFromMemoryReadsNothingElse) {
   const std::string sSecret = m_dir.write("secret.xml", "<s>SECRET</s>");
   const std::string sXsd = m_dir.write(
