@@ -58,40 +58,28 @@ INSTANTIATE_TEST_SUITE_P(
                     PatternCase{"EscapeMakesNoLetter", "%\\n", "%\n"}),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST(LogFormatTime, IsLocalWithMilliseconds) {
-  const JLog::Msg record = makeRecord();
-  const JLocalSplitTime local(record.time);
-  EXPECT_EQ(expanded("[%d]"), "[" + local.toUSFormat().substr(0, 20) + "023]");
+/// The local time that a log line shows: the calendar form, cut to milliseconds.
+std::string shownTime(JTime time) {
+  return JLocalSplitTime(time).toUSFormat().substr(0, 23);
 }
 
-TEST(LogFormatTime, FollowsFromSecondToSecond) {
+TEST(LogFormatTime, IsLocalWithMillisecondsFromSecondToSecond) {
   JLogFormat format("%d ");
-  std::string sLine;
   JLog::Msg record = makeRecord();
-  for (int i = 0; i < 2; ++i) {
-    format.expand(record, "", sLine);
-    record.time.add(999'000);
-    format.expand(record, "", sLine);
-    record.time.subtract(JTime::kMicrosecondsPerSecond * 60);
-  }
-  JTime time = makeRecord().time;
+  std::string sLine;
   std::string sExpected;
-  for (const std::int64_t iStep : {0LL, 999'000LL, -60'000'000LL, 999'000LL}) {
-    const std::string sText = JLocalSplitTime(time.add(iStep)).toUSFormat();
-    sExpected += sText.substr(0, 23) + " ";
+  for (const std::int64_t iStep : {0, 999'000, -60'000'000, 1'000'000}) {
+    record.time.add(iStep);
+    format.expand(record, "", sLine);
+    sExpected += shownTime(record.time) + " ";
   }
   EXPECT_EQ(sLine, sExpected);
-}
-
-TEST(LogFormatTime, OutsideTheCalendarShowsItsNearestEnd) {
-  JLog::Msg record;
-  std::string sLine;
-  JLogFormat("%d").expand(record, "", sLine);
-  EXPECT_EQ(sLine, JLocalSplitTime(JTime()).toUSFormat().substr(0, 20) + "000");
-  record.time = JTime::max();
-  sLine.clear();
-  JLogFormat("%d").expand(record, "", sLine);
-  EXPECT_EQ(sLine, JLocalSplitTime(JTime::max()).toUSFormat().substr(0, 20) + "551");
+  for (const JTime time : {JTime(), JTime::max()}) {  // outside the calendar: its nearest end
+    record.time = time;
+    sLine.clear();
+    format.expand(record, "", sLine);
+    EXPECT_EQ(sLine, shownTime(time) + " ");
+  }
 }
 
 }  // namespace

@@ -59,14 +59,8 @@ class LineOutput : public JLogFormattedOutput {
   LineOutput(const qm_utils::IRegistryReadAccess& key, bool bOneLine)
       : JLogFormattedOutput("lines", "", key, bOneLine, 10, 0) {}
 
-  void writeText(const JLog::Msg&, const std::string& sLine) override {
-    if (bFailing) {
-      QM_THROW(JTextError, "no");
-    }
-    lines.push_back(sLine);
-  }
+  void writeText(const JLog::Msg&, const std::string& sLine) override { lines.push_back(sLine); }
 
-  bool bFailing = false;
   std::vector<std::string> lines;
 };
 
@@ -90,27 +84,16 @@ TEST(LogFormattedOutput, DefaultsAreKeptForNoMaskAndNoPattern) {
   EXPECT_THAT(output.lines[3], testing::EndsWith(": 12"));
 }
 
-struct LineCase {
-  const char* name;
-  const char* message;
-  bool bOneLine;
-  const char* line;
-};
-
-class LogLine : public testing::TestWithParam<LineCase> {};
-
-TEST_P(LogLine, IsFinished) {
-  LineOutput output(0, "<%m", GetParam().bOneLine);
-  output.write(makeRecord(GetParam().message));
-  EXPECT_THAT(output.lines, ElementsAre(GetParam().line));
+TEST(LogFormattedOutput, LineEndsInALineBreakUnlessItIsToBeOne) {
+  LineOutput lines(0, "<%m", false);
+  LineOutput oneLine(0, "<%m", true);
+  for (const char* szMessage : {"a", "a\n", "a\r\nb"}) {
+    lines.write(makeRecord(szMessage));
+    oneLine.write(makeRecord(szMessage));
+  }
+  EXPECT_THAT(lines.lines, ElementsAre("<a\r\n", "<a\n", "<a\r\nb\r\n"));
+  EXPECT_THAT(oneLine.lines, ElementsAre("<a", "<a ", "<a  b"));
 }
-
-INSTANTIATE_TEST_SUITE_P(Log, LogLine,
-                         testing::Values(LineCase{"EndsInALineBreak", "a", false, "<a\r\n"},
-                                         LineCase{"HasItsLineFeed", "a\n", false, "<a\n"},
-                                         LineCase{"KeepsItsLines", "a\nb", false, "<a\nb\r\n"},
-                                         LineCase{"OneLine", "a\r\nb\n", true, "<a  b "}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(LogFormattedOutput, OneLineTouchesTheMessageAlone) {
   LineOutput output(0, "%m\\n%i", true);
@@ -120,50 +103,23 @@ TEST(LogFormattedOutput, OneLineTouchesTheMessageAlone) {
   EXPECT_THAT(output.lines, ElementsAre("a b\nc\nd"));
 }
 
-TEST(LogFormattedOutput, ErrorOfAWriteMeansThatItWasNotWritten) {
-  LineOutput output(0, "%m", true);
-  output.bFailing = true;
-  EXPECT_FALSE(output.writeRecord(makeRecord("x")));
-  output.bFailing = false;
-  EXPECT_TRUE(output.writeRecord(makeRecord("y")));
+TEST(LogFormattedOutput, MaskOfTheKeyIsReadAndThenRefined) {
+  const auto maskOf = [](const std::map<std::string, unsigned>& values) {
+    const TestKey key({}, values);
+    return LineOutput(key.get(), true).getMask();
+  };
+  EXPECT_EQ(maskOf({}), 0xFFB00U);
+  EXPECT_EQ(maskOf({{"WarnLevel", 0}}), 0U);
+  EXPECT_EQ(maskOf({{"EnableLevelDebug", 7}, {"EnableLevelInfo", 0}}), 0xFFA08U);
+  EXPECT_EQ(maskOf({{"EnableLevelCritical", 1}, {"WarnLevel", 6}}), 0x1006U);
+  constexpr const char* kSwitches[] = {"FullDebug",   "ActiveXCalls", "Debug",           "Trace",
+                                       "TraceAction", "TraceRunning", "TraceStepByStep", "Info",
+                                       "Warning",     "Exception",    "Error",           "Critical"};
+  for (std::uint32_t uLevel = 1; uLevel <= 12; ++uLevel) {
+    EXPECT_EQ(maskOf({{"WarnLevel", 0}, {std::string("EnableLevel") + kSwitches[uLevel - 1], 1}}),
+              1U << uLevel);
+  }
 }
-
-struct MaskCase {
-  const char* name;
-  std::map<std::string, unsigned> values;
-  std::uint32_t uMask;
-};
-
-class LogKeyMask : public testing::TestWithParam<MaskCase> {};
-
-TEST_P(LogKeyMask, IsReadAndThenRefined) {
-  const TestKey key({}, GetParam().values);
-  EXPECT_EQ(LineOutput(key.get(), true).getMask(), GetParam().uMask);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Log, LogKeyMask,
-    testing::Values(MaskCase{"Absent", {}, 0xFFB00}, MaskCase{"Whole", {{"WarnLevel", 6}}, 6},
-                    MaskCase{"WholeIsNothing", {{"WarnLevel", 0}}, 0},
-                    MaskCase{"Added", {{"EnableLevelDebug", 7}}, 0xFFB08},
-                    MaskCase{"Removed", {{"EnableLevelInfo", 0}}, 0xFFA00},
-                    MaskCase{"Refined", {{"EnableLevelCritical", 1}, {"WarnLevel", 0}}, 0x1000},
-                    MaskCase{"All",
-                             {{"WarnLevel", 0},
-                              {"EnableLevelFullDebug", 1},
-                              {"EnableLevelActiveXCalls", 1},
-                              {"EnableLevelDebug", 1},
-                              {"EnableLevelTrace", 1},
-                              {"EnableLevelTraceAction", 1},
-                              {"EnableLevelTraceRunning", 1},
-                              {"EnableLevelTraceStepByStep", 1},
-                              {"EnableLevelInfo", 1},
-                              {"EnableLevelWarning", 1},
-                              {"EnableLevelException", 1},
-                              {"EnableLevelError", 1},
-                              {"EnableLevelCritical", 1}},
-                             0x1FFE}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(LogFormattedOutput, PatternOfTheKeyMayHoldALineFeed) {
   const TestKey key({{"Format", "%m\\n|"}}, {});
@@ -229,28 +185,12 @@ TEST_F(LogFileOutput, WritesToADuplicateOfANumberedDescriptor) {
   EXPECT_EQ(contentsOf(m_sPath), "a\nb\n");
 }
 
-TEST_F(LogFileOutput, EmptyNameMeansStandardError) {
-  testing::internal::CaptureStderr();
-  JLogFileOutput("file", "", 0, "%m", false, 10, 0, false).write(makeRecord("to the console"));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "to the console\n");
-}
-
 TEST_F(LogFileOutput, DropsLinesWhileThereIsNothingToWriteTo) {
   for (const char* szName : {"&-1", "&", "&none", "&99999", "/nowhere/at/all"}) {
     JLogFileOutput output("file", szName, 0, "%m", false, 10, 0, false);
     output.write(makeRecord("a"));
     EXPECT_EQ(output.getLostCount(), 0U) << szName;
   }
-}
-
-TEST_F(LogFileOutput, FinishesShortAndInterruptedWrites) {
-  JLogFileOutput output("file", m_sPath, 0, "%m", false, 10, 0, false);
-  for (const FaultKind kind : {FaultKind::kShort, FaultKind::kInterrupt}) {
-    failCalls(kind, 1);
-    output.write(makeRecord("whole line"));
-    EXPECT_TRUE(qm_platform::disarmFaults());
-  }
-  EXPECT_EQ(contentsOf(m_sPath), "whole line\nwhole line\n");
 }
 
 TEST_F(LogFileOutput, FailedWriteLosesItsLineAndOpensAnew) {
@@ -305,14 +245,6 @@ TEST_F(LogFileOutput, FailureInAGroupLosesTheCutLineAlone) {
   }
   EXPECT_EQ(output.writeRecords(std::span(group).last(1)), 1U);
   EXPECT_EQ(contentsOf(m_sPath), "one\ntwo\nlithree\n");
-}
-
-TEST_F(LogFileOutput, ManyLinesGoOutInBlocks) {
-  const std::vector<JLog::Msg> group(2000, makeRecord(std::string(99, 'x')));
-  JLogFileOutput output("file", m_sPath, 0, "%m", false, 10, 0, false);
-  const std::size_t uDone = output.writeRecords(group);
-  EXPECT_EQ(uDone, 656U);  // the block is full with the line that passes 64 KiB
-  EXPECT_EQ(contentsOf(m_sPath).size(), uDone * 100);
 }
 
 TEST_F(LogFileOutput, SurvivesAPipeThatNobodyReads) {
