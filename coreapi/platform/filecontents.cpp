@@ -14,14 +14,20 @@ namespace {
 constexpr std::size_t kPiece = 64 * 1024;
 
 int openForReading(const std::string& path, int& descriptor) {
-  const Fault fault = takeFault(Seam::kFile);
-  if (fault.kind != FaultKind::kNone && fault.kind != FaultKind::kShort) {
-    return fault.error;
+  for (;;) {
+    const Fault fault = takeFault(Seam::kFile);
+    if (fault.kind == FaultKind::kError || fault.kind == FaultKind::kInterrupt) {
+      errno = fault.error;
+    } else {
+      descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    }
+    if (descriptor >= 0) {
+      return 0;
+    }
+    if (errno != EINTR) {
+      return errno;
+    }
   }
-  do {
-    descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  } while (descriptor < 0 && errno == EINTR);
-  return descriptor < 0 ? errno : 0;
 }
 
 /// One `read`; the number of bytes, or -1 with `errno` set.

@@ -33,8 +33,8 @@ thread_local ForeignPriority t_foreign;
 
 /// The system keeps a nice value for each thread, though its call speaks of processes.
 int applyPriority(std::uint32_t uThreadId, int iBirthNice, int iPriority) noexcept {
-  if (const Fault fault = takeFault(Seam::kThread); fault.kind != FaultKind::kNone) {
-    return fault.error;
+  if (const int iFault = takeFault(Seam::kThread).error; iFault != 0) {
+    return iFault;
   }
   const int iSteps = std::clamp(iPriority, -15, 15);
   const int iNice = std::clamp(iBirthNice - iSteps * kNiceStep, kHighestNice, kLowestNice);
@@ -45,8 +45,8 @@ int applyPriority(std::uint32_t uThreadId, int iBirthNice, int iPriority) noexce
 }
 
 int applyAffinity(std::uint32_t uThreadId, std::uint32_t uMask) noexcept {
-  if (const Fault fault = takeFault(Seam::kThread); fault.kind != FaultKind::kNone) {
-    return fault.error;
+  if (const int iFault = takeFault(Seam::kThread).error; iFault != 0) {
+    return iFault;
   }
   cpu_set_t processors;
   CPU_ZERO(&processors);
@@ -72,12 +72,12 @@ void applyName(pthread_t thread, const std::string& sName) noexcept {
 
 std::shared_ptr<OsThread> OsThread::create(const std::string& sName, std::function<void()> body,
                                            int& iError) noexcept {
-  if (const Fault fault = takeFault(Seam::kThread); fault.kind != FaultKind::kNone) {
-    iError = fault.error;
+  if (const int iFault = takeFault(Seam::kThread).error; iFault != 0) {
+    iError = iFault;
     return nullptr;
   }
   try {
-    const std::shared_ptr<OsThread> pThread(new OsThread);
+    std::shared_ptr<OsThread> pThread(new OsThread);
     pThread->m_pEnded = std::make_shared<Event>(true, false);
     pThread->m_thread = std::thread(
         [pThread, sName, body = std::move(body)]() mutable { pThread->enter(sName, std::move(body)); });
@@ -132,8 +132,8 @@ bool OsThread::hasEnded() const noexcept {
 }
 
 int OsThread::suspend() noexcept {
-  if (const Fault fault = takeFault(Seam::kThread); fault.kind != FaultKind::kNone) {
-    return fault.error;
+  if (const int iFault = takeFault(Seam::kThread).error; iFault != 0) {
+    return iFault;
   }
   const std::lock_guard lock(m_mutex);
   if (!m_bLive) {
@@ -144,8 +144,8 @@ int OsThread::suspend() noexcept {
 }
 
 int OsThread::resume() noexcept {
-  if (const Fault fault = takeFault(Seam::kThread); fault.kind != FaultKind::kNone) {
-    return fault.error;
+  if (const int iFault = takeFault(Seam::kThread).error; iFault != 0) {
+    return iFault;
   }
   const std::lock_guard lock(m_mutex);
   if (!m_bLive) {

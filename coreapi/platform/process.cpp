@@ -27,13 +27,15 @@ std::string readModuleDirectory() {
 
 }  // namespace
 
+// Never destroyed: who asks first may be the log, at the very end of the process.
+
 const std::string& runningModuleName() {
-  static const std::string name = readModuleName();
+  static const std::string& name = *new std::string(readModuleName());
   return name;
 }
 
 const std::string& runningModuleDirectory() {
-  static const std::string directory = readModuleDirectory();
+  static const std::string& directory = *new std::string(readModuleDirectory());
   return directory;
 }
 

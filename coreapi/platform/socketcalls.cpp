@@ -47,7 +47,9 @@ SocketError run(Call call) noexcept {
 
 sockaddr_storage toSystem(std::span<const std::uint8_t> address) noexcept {
   sockaddr_storage system{};
-  std::memcpy(&system, address.data(), std::min(address.size(), sizeof system));
+  if (!address.empty()) {
+    std::memcpy(&system, address.data(), std::min(address.size(), sizeof system));
+  }
   return system;
 }
 
@@ -99,10 +101,6 @@ SocketError createSocket(SocketKind kind, int& iSocket) noexcept {
 SocketError duplicateSocket(int iSocket, int& iDuplicate) noexcept {
   iDuplicate = -1;
   return run([&](bool) { return iDuplicate = ::fcntl(iSocket, F_DUPFD_CLOEXEC, 0); });
-}
-
-void closeSocket(int iSocket) noexcept {
-  ::close(iSocket);
 }
 
 SocketError bindSocket(int iSocket, std::span<const std::uint8_t> address) noexcept {

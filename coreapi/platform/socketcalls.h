@@ -43,7 +43,6 @@ struct Received {
 
 SocketError createSocket(SocketKind kind, int& iSocket) noexcept;
 SocketError duplicateSocket(int iSocket, int& iDuplicate) noexcept;
-void closeSocket(int iSocket) noexcept;
 
 SocketError bindSocket(int iSocket, std::span<const std::uint8_t> address) noexcept;
 

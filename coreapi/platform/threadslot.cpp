@@ -50,8 +50,8 @@ thread_local TableOwner t_owner;
 }  // namespace
 
 int takeThreadSlot(ThreadSlot& slot) noexcept {
-  if (const Fault fault = takeFault(Seam::kThread); fault.kind != FaultKind::kNone) {
-    return fault.error;
+  if (const int iFault = takeFault(Seam::kThread).error; iFault != 0) {
+    return iFault;
   }
   try {
     Registry& all = registry();

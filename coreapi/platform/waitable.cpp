@@ -8,6 +8,7 @@
 #include <memory_resource>
 #include <new>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "coreapi/platform/faultseam.h"
@@ -40,41 +41,39 @@ struct LazyNow {
   std::optional<SteadyTime> m_now;
 };
 
-/// A thread in a wait that has to sleep. Objects that it waits on hold it by their lists, and touch it under
-/// their own mutex only; it takes itself out of all lists, under the same mutexes, before it goes.
+/// A thread in a wait that has to sleep. It stands in the lists of the objects that it waits on, which touch
+/// it under their own mutex; a thread that is about to wake it has a share in it, too.
 ///
 /// The thread clears the mark, looks at the objects, and sleeps unless the mark was set meanwhile. A signal
 /// changes its object first and sets the mark then, so it is either seen or it keeps the thread awake. Time
 /// is that of the steady clock: nobody who sets the system's clock makes a wait longer or shorter.
-class Sleeper {
+class Sleeper : public std::enable_shared_from_this<Sleeper> {
  public:
   explicit Sleeper(bool bForAll) noexcept : m_bForAll(bForAll) {}
 
   bool isForAll() const noexcept { return m_bForAll; }
 
-  void wake() noexcept {
-    {
-      const std::lock_guard lock(m_mutex);
-      if (m_bWoken) {
-        return;
-      }
-      m_bWoken = true;
-    }
-    m_condition.notify_one();
+  /// Sets the mark. False when it was set already: then somebody else wakes the thread, or it is awake.
+  bool mark() noexcept {
+    const std::lock_guard lock(m_mutex);
+    return !std::exchange(m_bMarked, true);
   }
 
   void clear() noexcept {
     const std::lock_guard lock(m_mutex);
-    m_bWoken = false;
+    m_bMarked = false;
   }
+
+  /// Gets a marked thread going.
+  void wake() noexcept { m_condition.notify_one(); }
 
   void sleep(SteadyTime until) noexcept {
     std::unique_lock lock(m_mutex);
-    const auto woken = [this] { return m_bWoken; };
+    const auto marked = [this] { return m_bMarked; };
     if (until == kNever) {
-      m_condition.wait(lock, woken);
+      m_condition.wait(lock, marked);
     } else {
-      m_condition.wait_until(lock, until, woken);
+      m_condition.wait_until(lock, until, marked);
     }
   }
 
@@ -82,26 +81,55 @@ class Sleeper {
   const bool m_bForAll;
   std::mutex m_mutex;
   std::condition_variable m_condition;
-  bool m_bWoken = false;
+  bool m_bMarked = false;
+};
+
+/// Sleepers that were marked under the mutex of an object. They are woken when this goes, which is after the
+/// mutex is given back, so that they don't run into it at once. Those for whom there is no room here are.
+class WakeList {
+ public:
+  WakeList() = default;
+  ~WakeList() {
+    for (std::size_t i = 0; i < m_count; ++i) {
+      m_sleepers[i]->wake();
+    }
+  }
+  WakeList(const WakeList&) = delete;
+  WakeList& operator=(const WakeList&) = delete;
+
+  void add(Sleeper& sleeper) noexcept {
+    if (!sleeper.mark()) {
+      return;
+    }
+    if (m_count < m_sleepers.size()) {
+      m_sleepers[m_count++] = sleeper.shared_from_this();
+    } else {
+      sleeper.wake();
+    }
+  }
+
+ private:
+  std::array<std::shared_ptr<Sleeper>, 4> m_sleepers;
+  std::size_t m_count = 0;
 };
 
 // Which sleepers a signal wakes: of an object with n units, the first n in its list that want nothing else,
 // and those before them that wait for more objects too, which may be unable to take. Whoever was woken takes
 // a unit, or hands the wake-up on when it leaves the list without (`leave`): a unit never lies there while
 // somebody sleeps who could have it.
-void Waitable::wakeForUnits() noexcept {
+void Waitable::wakeForUnits(WakeList& wakes) noexcept {
   std::uint32_t uUnits = m_uUnits.load(std::memory_order_relaxed);
   for (const WaiterNode* pNode = m_pFirst; pNode != nullptr && uUnits != 0; pNode = pNode->pNext) {
-    pNode->pSleeper->wake();
+    wakes.add(*pNode->pSleeper);
     if (m_bConsumed && !pNode->pSleeper->isForAll()) {
       --uUnits;
     }
   }
 }
 
-void Waitable::wakeAll() noexcept {
+void Waitable::wakeAll(WakeList& wakes) noexcept {
   for (const WaiterNode* pNode = m_pFirst; pNode != nullptr; pNode = pNode->pNext) {
-    pNode->pSleeper->wake();
+    wakes.add(*pNode->pSleeper);
   }
 }
 
@@ -149,19 +177,21 @@ void Waitable::enter(WaiterNode& node) noexcept {
 }
 
 void Waitable::leave(WaiterNode& node) noexcept {
+  WakeList wakes;
   const std::lock_guard lock(m_mutex);
   (node.pPrevious != nullptr ? node.pPrevious->pNext : m_pFirst) = node.pNext;
   (node.pNext != nullptr ? node.pNext->pPrevious : m_pLast) = node.pPrevious;
   if (m_bConsumed) {  // all sleepers of an object that keeps its signal are awake already
-    wakeForUnits();
+    wakeForUnits(wakes);
   }
 }
 
 void Event::set() noexcept {
+  WakeList wakes;
   const std::lock_guard lock(m_mutex);
   if (m_uUnits.load(std::memory_order_relaxed) == 0) {
     m_uUnits.store(1, std::memory_order_release);
-    wakeForUnits();
+    wakeForUnits(wakes);
   }
 }
 
@@ -174,6 +204,7 @@ int Semaphore::release(std::int32_t iCount, std::int32_t& iPrevious) noexcept {
   if (iCount < 1) {
     return EINVAL;
   }
+  WakeList wakes;
   const std::lock_guard lock(m_mutex);
   const std::uint32_t uUnits = m_uUnits.load(std::memory_order_relaxed);
   const auto uCount = static_cast<std::uint32_t>(iCount);
@@ -182,17 +213,18 @@ int Semaphore::release(std::int32_t iCount, std::int32_t& iPrevious) noexcept {
   }
   iPrevious = static_cast<std::int32_t>(uUnits);
   m_uUnits.store(uUnits + uCount, std::memory_order_release);
-  wakeForUnits();
+  wakeForUnits(wakes);
   return 0;
 }
 
 void Timer::start(std::chrono::microseconds first, std::chrono::milliseconds period) noexcept {
+  WakeList wakes;
   const std::lock_guard lock(m_mutex);
   m_uUnits.store(0, std::memory_order_release);
   m_due = later(std::chrono::steady_clock::now(), first);
   m_period = period;
   m_bArmed.store(true, std::memory_order_release);
-  wakeAll();
+  wakeAll(wakes);
 }
 
 void Timer::cancel() noexcept {
@@ -218,8 +250,8 @@ namespace {
 
 template <class Object, class... Arguments>
 std::shared_ptr<Object> make(int& iError, Arguments... arguments) noexcept {
-  if (const Fault fault = takeFault(Seam::kThread); fault.kind != FaultKind::kNone) {
-    iError = fault.error;
+  if (const int iFault = takeFault(Seam::kThread).error; iFault != 0) {
+    iError = iFault;
     return nullptr;
   }
   try {
@@ -254,7 +286,7 @@ class WaitPass {
  public:
   using Objects = std::span<Waitable* const>;
 
-  static WaitOutcome forOne(Waitable& object, std::int32_t iTimeoutMs) noexcept {
+  static WaitOutcome forOne(Waitable& object, std::int32_t iTimeoutMs) {
     Waitable* const pObject = &object;
     const auto tryTake = [pObject](LazyNow& now, SteadyTime& wakeAt) noexcept {
       return pObject->tryTake(now, wakeAt) ? 0 : kNone;
@@ -325,17 +357,17 @@ class WaitPass {
   /// Sleeps and tries again until the wait is over. `objects` are those whose signals may matter.
   template <class Try>
   static WaitOutcome sleepFor(Objects objects, std::span<WaiterNode> nodes, bool bForAll,
-                              std::int32_t iTimeoutMs, const Try& tryTake) noexcept {
+                              std::int32_t iTimeoutMs, const Try& tryTake) {
     const SteadyTime deadline =
         iTimeoutMs < 0 ? kNever : std::chrono::steady_clock::now() + std::chrono::milliseconds(iTimeoutMs);
-    Sleeper sleeper(bForAll);
+    const auto pSleeper = std::make_shared<Sleeper>(bForAll);
     for (std::size_t i = 0; i < objects.size(); ++i) {
-      nodes[i].pSleeper = &sleeper;
+      nodes[i].pSleeper = pSleeper.get();
       objects[i]->enter(nodes[i]);
     }
     std::size_t index = kNone;
     for (bool bLast = false; !bLast;) {
-      sleeper.clear();
+      pSleeper->clear();
       LazyNow now;
       SteadyTime wakeAt = deadline;
       bLast = deadline != kNever && now.get() >= deadline;
@@ -344,7 +376,7 @@ class WaitPass {
         break;
       }
       if (!bLast) {
-        sleeper.sleep(wakeAt);
+        pSleeper->sleep(wakeAt);
       }
     }
     for (std::size_t i = 0; i < objects.size(); ++i) {
@@ -379,45 +411,36 @@ class WaitPass {
 
 namespace {
 
-/// What stands before every wait: a suspended thread holds here, and a plan of a test may make the wait fail.
-/// Returns an `errno` value, or 0.
-int enterWait(std::span<Waitable* const> objects) noexcept {
+/// A wait, and what stands before every one: a suspended thread holds here, and a plan of a test may make the
+/// wait fail.
+template <class Wait>
+WaitOutcome enterWait(std::span<Waitable* const> objects, const Wait& wait) noexcept {
   OsThread::holdIfSuspended();
   if (const Fault fault = takeFault(Seam::kThread); fault.kind == FaultKind::kError) {
-    return fault.error;
+    return {WaitResult::kFailed, 0, fault.error};
   }
-  return std::find(objects.begin(), objects.end(), nullptr) != objects.end() ? EINVAL : 0;
+  if (std::find(objects.begin(), objects.end(), nullptr) != objects.end()) {
+    return {WaitResult::kFailed, 0, EINVAL};
+  }
+  try {
+    return wait();
+  } catch (const std::bad_alloc&) {
+    return {WaitResult::kFailed, 0, ENOMEM};
+  }
 }
 
 }  // namespace
 
 WaitOutcome waitForOne(Waitable* pObject, std::int32_t iTimeoutMs) noexcept {
-  if (const int iError = enterWait(std::span(&pObject, 1)); iError != 0) {
-    return {WaitResult::kFailed, 0, iError};
-  }
-  return WaitPass::forOne(*pObject, iTimeoutMs);
+  return enterWait(std::span(&pObject, 1), [=] { return WaitPass::forOne(*pObject, iTimeoutMs); });
 }
 
 WaitOutcome waitForAny(std::span<Waitable* const> objects, std::int32_t iTimeoutMs) noexcept {
-  if (const int iError = enterWait(objects); iError != 0) {
-    return {WaitResult::kFailed, 0, iError};
-  }
-  try {
-    return WaitPass::forAny(objects, iTimeoutMs);
-  } catch (const std::bad_alloc&) {
-    return {WaitResult::kFailed, 0, ENOMEM};
-  }
+  return enterWait(objects, [=] { return WaitPass::forAny(objects, iTimeoutMs); });
 }
 
 WaitOutcome waitForAll(std::span<Waitable* const> objects, std::int32_t iTimeoutMs) noexcept {
-  if (const int iError = enterWait(objects); iError != 0) {
-    return {WaitResult::kFailed, 0, iError};
-  }
-  try {
-    return WaitPass::forAll(objects, iTimeoutMs);
-  } catch (const std::bad_alloc&) {
-    return {WaitResult::kFailed, 0, ENOMEM};
-  }
+  return enterWait(objects, [=] { return WaitPass::forAll(objects, iTimeoutMs); });
 }
 
 }  // namespace qm_platform

@@ -20,6 +20,7 @@
 namespace qm_platform {
 
 class Sleeper;
+class WakeList;
 struct LazyNow;
 
 using SteadyTime = std::chrono::steady_clock::time_point;
@@ -47,11 +48,12 @@ class Waitable : public std::enable_shared_from_this<Waitable> {
   /// The due time has come: turns it into a unit, and sets the next one. Called with the mutex held.
   virtual void elapse(SteadyTime /*now*/) noexcept {}
 
-  /// Wakes as many sleepers as there are units, and those that need more than this object. The mutex is held.
-  void wakeForUnits() noexcept;
+  /// Wakes as many sleepers as there are units, and those that need more than this object. The mutex is held;
+  /// the list goes after it.
+  void wakeForUnits(WakeList& wakes) noexcept;
 
-  /// Wakes all sleepers, so that they look again for how long to sleep. The mutex is held.
-  void wakeAll() noexcept;
+  /// Wakes all sleepers, so that they look again for how long to sleep. Otherwise the same.
+  void wakeAll(WakeList& wakes) noexcept;
 
   std::mutex m_mutex;
   // Both are written under the mutex. Atomic, so that a waiter sees without the lock that there is nothing.
@@ -62,9 +64,10 @@ class Waitable : public std::enable_shared_from_this<Waitable> {
  private:
   friend class WaitPass;
 
-  /// Whether a look without the lock shows that nothing can be taken and nothing comes due.
+  /// Whether a look without the lock shows that nothing can be taken and nothing comes due. The due time is
+  /// looked at first: who turns it into a unit writes the unit before that.
   bool isQuiet() const noexcept {
-    return m_uUnits.load(std::memory_order_acquire) == 0 && !m_bArmed.load(std::memory_order_acquire);
+    return !m_bArmed.load(std::memory_order_acquire) && m_uUnits.load(std::memory_order_acquire) == 0;
   }
   bool isReady(LazyNow& now, SteadyTime& wakeAt) noexcept;
   void take() noexcept;
@@ -139,8 +142,8 @@ struct WaitOutcome {
 /// Milliseconds that stand for no time limit; so does every other negative number.
 inline constexpr std::int32_t kInfinite = -1;
 
-/// Waits until the object is signalled and takes the signal. Null fails with EINVAL. The object may lose its
-/// owner meanwhile.
+/// Waits until the object is signalled and takes the signal. Null fails with EINVAL, and what has to sleep
+/// with ENOMEM when there is no memory. The object may lose its owner meanwhile.
 WaitOutcome waitForOne(Waitable* pObject, std::int32_t iTimeoutMs) noexcept;
 
 /// Waits until one of the objects is signalled and takes that signal alone; of several, that of the lowest

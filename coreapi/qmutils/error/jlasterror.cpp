@@ -28,8 +28,16 @@ struct Fallback {
 
 thread_local std::unique_ptr<Record> t_pRecord;
 
-std::mutex g_fallbackMutex;
-std::optional<Fallback> g_fallback;
+struct SharedFallback {
+  std::mutex mutex;
+  std::optional<Fallback> fallback;
+};
+
+/// Never destroyed: threads of the host and destructors of static objects set errors until the very end.
+SharedFallback& sharedFallback() {
+  static SharedFallback& instance = *new SharedFallback;
+  return instance;
+}
 
 /// The calling thread's record, or null. The fallback is touched by its owner alone, so it needs no lock once
 /// found.
@@ -37,16 +45,19 @@ Record* findRecord(bool bCreateFallback) {
   if (t_pRecord) {
     return t_pRecord.get();
   }
-  const std::lock_guard lock(g_fallbackMutex);
-  if (!g_fallback && bCreateFallback) {
-    g_fallback.emplace(Fallback{{}, qm_platform::threadId()});
+  SharedFallback& shared = sharedFallback();
+  const std::lock_guard lock(shared.mutex);
+  if (!shared.fallback && bCreateFallback) {
+    shared.fallback.emplace(Fallback{{}, qm_platform::threadId()});
   }
-  return g_fallback && g_fallback->uOwner == qm_platform::threadId() ? &g_fallback->record : nullptr;
+  return shared.fallback && shared.fallback->uOwner == qm_platform::threadId() ? &shared.fallback->record
+                                                                               : nullptr;
 }
 
 bool fallbackExists() {
-  const std::lock_guard lock(g_fallbackMutex);
-  return g_fallback.has_value();
+  SharedFallback& shared = sharedFallback();
+  const std::lock_guard lock(shared.mutex);
+  return shared.fallback.has_value();
 }
 
 }  // namespace
@@ -57,8 +68,7 @@ void setLastError(const std::string& sErrorClass, int iFirst, int iSecond, const
   if (pRecord == nullptr) {
     std::fputs(
         "It seems that qm_err::setLastError() is called from non-Quelmarin threads !! Error reporting will "
-        "not work "
-        "properly !\n",
+        "not work properly !\n",
         stdout);
     return;
   }

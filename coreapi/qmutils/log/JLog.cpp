@@ -120,12 +120,14 @@ void JLog::log(std::uint32_t uLevel, const char* szText, const char* szFile, int
 
 void JLog::logV(std::uint32_t uLevel, const qm_utils::ITraceableObject* pObject, const char* szFormat,
                 va_list arguments) noexcept {
-  if (isKeptBack(uLevel, pObject)) {
-    return;
-  }
-  char szText[kMaxMessage + 1];
-  const int iLength = qm_platform::printC(szText, sizeof szText, szFormat, arguments);
-  log(uLevel, iLength < 0 ? szFormat : szText, nullptr, 0, nullptr, pObject);
+  quietly([&] {
+    if (isKeptBack(uLevel, pObject)) {
+      return;
+    }
+    char szText[kMaxMessage + 1];
+    const int iLength = qm_platform::printC(szText, sizeof szText, szFormat, arguments);
+    log(uLevel, iLength < 0 ? szFormat : szText, nullptr, 0, nullptr, pObject);
+  });
 }
 
 void JLog::log(std::uint32_t uLevel, const char* szFormat, ...) noexcept {

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cctype>
 #include <exception>
 #include <string_view>
 
@@ -157,19 +156,18 @@ std::uint32_t effectiveFlags(std::uint32_t uFlags) {
 void JLog::init(std::uint32_t uFlags, const std::string& sKeyPath, qm_utils::RegistryRoot root) {
   LogState& state = logState();
   const JAutoLock configuring(state.configuring);
-  state.bInitialised = true;
   {
     const JAutoLock lock(state.mutex);
     state.sKeyPath = sKeyPath;
     state.root = root;
   }
   configure(uFlags);
-  state.bReady.store(true, std::memory_order_release);
 }
 
 void JLog::configure(std::uint32_t uFlags) {
   LogState& state = logState();
   const JAutoLock configuring(state.configuring);
+  state.bInitialised = true;
   uFlags = effectiveFlags(uFlags);
   stopOutputs(kReplaceTimeout, true);
   deleteOutputs();
@@ -179,6 +177,7 @@ void JLog::configure(std::uint32_t uFlags) {
     const JAutoLock lock(state.mutex);
     state.uFlags = uFlags;
   }
+  state.bReady.store(true, std::memory_order_release);
   configuration.tellFailures();
 }
 

@@ -120,7 +120,7 @@ void JLogFormat::expand(const JLog::Msg& record, std::string_view sMessage, std:
 void JLogFormat::appendTime(JTime time, std::string& sOut) {
   const std::uint64_t uSecond = time.getMicroseconds() / JTime::kMicrosecondsPerSecond;
   if (!m_bHasSecond || uSecond != m_uSecond) {
-    const JUTCSplitTime local(time);
+    const JLocalSplitTime local(time);
     const qm_utils::CalendarFields& fields = local.getFields();
     m_sSecond = qm_utils::format("%02d/%02d/%04d %02d:%02d:%02d.", fields.iMonth + 1, fields.iDayOfMonth,
                                  fields.iYear + 1900, fields.iHours, fields.iMinutes, fields.iSeconds);

@@ -1,3 +1,6 @@
+#include <exception>
+#include <vector>
+
 #include "coreapi/platform/clock.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/JLogState.h"
@@ -24,30 +27,35 @@ void receive(int iLevel, const char* szText, const char* szFile, int iLine, cons
 void flushAtExit() noexcept {
   try {
     const auto outputs = qm_utils::logOutputs();
+    std::vector<JLogThreadedOutput*> running;
     for (const auto& pOutput : outputs) {
-      if (auto* pThreaded = dynamic_cast<JLogThreadedOutput*>(pOutput.get())) {
-        pThreaded->stop(kExitTimeout, false);
+      auto* pThreaded = dynamic_cast<JLogThreadedOutput*>(pOutput.get());
+      if (pThreaded != nullptr && !pThreaded->stop(kExitTimeout, false)) {
+        running.push_back(pThreaded);
       }
     }
     const std::int64_t iEnd = qm_platform::steadyClockNanoseconds() + std::int64_t{kExitTimeout} * 1'000'000;
-    for (const auto& pOutput : outputs) {
-      if (auto* pThreaded = dynamic_cast<JLogThreadedOutput*>(pOutput.get())) {
-        const std::int64_t iLeft = iEnd - qm_platform::steadyClockNanoseconds();
-        pThreaded->wait(iLeft > 0 ? static_cast<std::int32_t>(iLeft / 1'000'000) : 0);
+    for (JLogThreadedOutput* pThreaded : running) {
+      const std::int64_t iLeft = (iEnd - qm_platform::steadyClockNanoseconds()) / 1'000'000;
+      if (pThreaded->wait(iLeft > 0 ? static_cast<std::int32_t>(iLeft) : 0)) {
+        pThreaded->stop(0, true);
       }
     }
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
   } catch (const std::exception&) {
+    // Out of memory: what is left isn't written.
   }
 }
 
-/// The log's place behind the hook, from the start of the program to its end.
+/// The log's place behind the hook, from the start of the program to its end. It is made before, and so goes
+/// after, the objects of static storage of everybody else, which may log from their constructors and
+/// destructors.
 struct Installation {
   Installation() noexcept { qm_err::setLogHook(receive); }
   ~Installation() { flushAtExit(); }
 };
 
-const Installation g_installation;
+[[gnu::init_priority(101)]] Installation g_installation;
 
 }  // namespace

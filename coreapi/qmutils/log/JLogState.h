@@ -17,7 +17,7 @@ struct LogState {
 
   /// Makes one configuration at a time. Taken before `mutex`, never behind it.
   JMutex configuring;
-  bool bInitialised = false;  ///< `JLog::init` was called; under `configuring`
+  bool bInitialised = false;  ///< a configuration has begun; under `configuring`
 
   /// The first configuration is complete. Until then those who log wait for it, so that their records find
   /// the outputs.

@@ -15,12 +15,14 @@
 
 namespace {
 
-/// How often the thread looks for a new record before it sleeps.
-constexpr int kSpins = 200;
+/// How long the thread looks for a new record before it sleeps, in nanoseconds.
+constexpr std::int64_t kSpinTime = 50'000;
+
+/// A time of the steady clock that doesn't come.
+constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
 std::int64_t flushEnd(int iTimeout) noexcept {
-  return iTimeout < 0 ? std::numeric_limits<std::int64_t>::max()
-                      : qm_platform::steadyClockNanoseconds() + std::int64_t{iTimeout} * 1'000'000;
+  return iTimeout < 0 ? kNever : qm_platform::steadyClockNanoseconds() + std::int64_t{iTimeout} * 1'000'000;
 }
 
 /// Runs a step that may throw what an output throws. False when it did.
@@ -155,6 +157,7 @@ void JLogThreadedOutput::start() {
     m_uHeadSlot = m_uTailSlot;
     m_uTaken = m_uHead;
     m_bCurrentFailed = false;
+    m_iFlushEnd = kNever;
     m_uFlushLost = 0;
     m_stop.reset();
     m_bStarted = true;
@@ -216,6 +219,18 @@ bool JLogThreadedOutput::awaitEnd(bool bWait) {
 
 void JLogThreadedOutput::run() {
   const qm_platform::BrokenPipeGuard guard;
+  try {
+    writeUntilStop();
+  } catch (JError* pError) {
+    // The wait itself has failed. What the queue holds is written below, what comes later by those who log.
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
+  }
+  flush();
+  onThreadStop();
+}
+
+void JLogThreadedOutput::writeUntilStop() {
   const JWaitForMultipleObjects sleep(m_stop, m_retry, m_queued);
   bool bRecent = false;
   for (Event event = nextEvent(sleep, bRecent); event != Event::kStop; event = nextEvent(sleep, bRecent)) {
@@ -226,9 +241,6 @@ void JLogThreadedOutput::run() {
     }
     writeCurrent();
   }
-  m_retry.cancelAndClear();
-  flush();
-  onThreadStop();
 }
 
 /// What to do next: a stop goes before a retry, and that before a new record.
@@ -265,15 +277,17 @@ bool JLogThreadedOutput::hasRecord() const noexcept {
   return m_uTail.load(std::memory_order_seq_cst) != m_uHead + (m_bCurrentFailed ? 1 : 0);
 }
 
-/// Looks for a record for a short time.
+/// Looks for a record for a short time, which on a busy machine is over as soon as another thread had its
+/// turn.
 bool JLogThreadedOutput::spin() const noexcept {
-  for (int i = 0; i < kSpins; ++i) {
-    if (hasRecord()) {
-      return true;
+  const std::int64_t iEnd = qm_platform::steadyClockNanoseconds() + kSpinTime;
+  while (!hasRecord()) {
+    if (qm_platform::steadyClockNanoseconds() >= iEnd) {
+      return false;
     }
     std::this_thread::yield();
   }
-  return false;
+  return true;
 }
 
 /// The records that aren't done, as far as they stand in one piece.

@@ -78,6 +78,7 @@ class JLogThreadedOutput : public JLog::GenericOutput, public JThread {
   static constexpr std::size_t kCacheLine = 64;  ///< bytes
 
   void run() override;
+  void writeUntilStop();
   bool pass(const JLog::Msg& record);
   bool enqueue(const JLog::Msg& record);
   bool hasRoom(std::uint64_t uTail) noexcept;

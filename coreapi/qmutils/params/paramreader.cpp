@@ -232,11 +232,11 @@ ParamValue ParamReader::readQuoted() {
   }
   const std::string_view sPlain(m_pNext, static_cast<std::size_t>(pQuote - m_pNext));
   const std::size_t special = sPlain.find('\\');
+  if (sPlain.substr(0, special).find('\0') != std::string_view::npos) {
+    fail("unterminated quoted string");
+  }
   if (special != std::string_view::npos) {
     return decodeQuoted(m_pNext + special);
-  }
-  if (sPlain.find('\0') != std::string_view::npos) {
-    fail("unterminated quoted string");
   }
   m_pNext = pQuote + 1;
   return ParamValue::ofText(sPlain);

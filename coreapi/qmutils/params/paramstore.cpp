@@ -182,8 +182,8 @@ ParamStore::Spot ParamStore::makeRoom(Spot spot, std::string_view sName) {
     leaf.moveTo(run, 0, spot.slot);
     return {spot.leaf - 1, run.count(), false};
   }
-  if (!leaf.isFull()) {
-    return spot;
+  if (!leaf.isFull() || leaf.count() == 1) {
+    return spot;  // one large value can fill a leaf, and what stands alone can't be cut
   }
   const bool bRun = m_next.leaf == spot.leaf && m_next.slot == spot.slot && spot.slot > 0;
   const std::size_t cut = bRun ? spot.slot : leaf.count() / 2;

@@ -8,6 +8,7 @@
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/thread/jmutex.h"
+#include "coreapi/qmutils/thread/jwaitable.h"
 
 using qm_utils::RegistryKeyRecord;
 using qm_utils::RegistryRoot;
@@ -60,6 +61,24 @@ struct JLightRegistryKey::Node {
   std::map<std::string, NodePtr, std::less<>> subKeys;
   std::map<std::string, Value> values;
   bool bDeleted = false;
+
+  /// A flag to be set at the next change, of this key or with `bSubTree` of any below it.
+  struct Watch {
+    std::shared_ptr<JFlag> pFlag;
+    bool bSubTree;
+  };
+  std::vector<Watch> watches;
+
+  /// Sets and forgets the flags, or those alone that look below as well.
+  void tell(bool bAll) {
+    std::erase_if(watches, [bAll](const Watch& watch) {
+      const bool bTold = bAll || watch.bSubTree;
+      if (bTold) {
+        watch.pFlag->set();
+      }
+      return bTold;
+    });
+  }
 };
 
 namespace {
@@ -160,9 +179,18 @@ bool JLightRegistryKey::open(const JLightRegistryKey& parent, const std::string&
   return openFrom(parent.openNode(), sPath, bTolerant);
 }
 
+/// Tells those who wait for a change of a key, and those above who look below as well.
+void JLightRegistryKey::tellChange(Node& node) {
+  node.tell(true);
+  for (Node* pNode = node.pParent; pNode != nullptr; pNode = pNode->pParent) {
+    pNode->tell(false);
+  }
+}
+
 bool JLightRegistryKey::createFrom(const NodePtr& pFrom, const std::string& sPath) {
   NodePtr pNode = pFrom;
   bool bNew = false;
+  Node* pChanged = nullptr;  // nobody can wait below the first key that is new
   std::string_view path = sPath;
   std::string_view name;
   while (nextName(path, name)) {
@@ -179,7 +207,11 @@ bool JLightRegistryKey::createFrom(const NodePtr& pFrom, const std::string& sPat
     }
     auto pNew = std::make_shared<Node>(sName, pNode.get());
     pNode->subKeys.emplace(std::move(sName), pNew);
+    pChanged = pChanged != nullptr ? pChanged : pNode.get();
     pNode = std::move(pNew);
+  }
+  if (pChanged != nullptr) {
+    tellChange(*pChanged);
   }
   m_pNode = std::move(pNode);
   return bNew;
@@ -198,6 +230,22 @@ bool JLightRegistryKey::create(const JLightRegistryKey& parent, const std::strin
 void JLightRegistryKey::close() {
   const JAutoLock lock(treeMutex());
   m_pNode.reset();
+}
+
+void JLightRegistryKey::notifyChange(std::shared_ptr<JFlag> pFlag, bool bSubTree) {
+  const JAutoLock lock(treeMutex());
+  Node& node = *openNode();
+  if (!pFlag) {
+    QM_THROW(JNullPointerError, "pFlag");
+  }
+  // Whoever asks again without a change meanwhile, as after a time-out, still waits once.
+  for (Node::Watch& watch : node.watches) {
+    if (watch.pFlag == pFlag) {
+      watch.bSubTree = watch.bSubTree || bSubTree;
+      return;
+    }
+  }
+  node.watches.push_back({std::move(pFlag), bSubTree});
 }
 
 bool JLightRegistryKey::isNull() const {
@@ -418,6 +466,7 @@ bool JLightRegistryKey::deleteValue(const std::string& sName, bool bTolerant) {
     return false;
   }
   m_pNode->values.erase(sName);
+  tellChange(*m_pNode);
   return true;
 }
 
@@ -427,6 +476,7 @@ void JLightRegistryKey::removeLeaf(Node& node) {
     QM_THROW(JTextError, "Cannot delete key '%s' which has subkeys", node.sName.c_str());
   }
   node.bDeleted = true;
+  node.tell(true);
   Node& parent = *std::exchange(node.pParent, nullptr);
   parent.subKeys.erase(parent.subKeys.find(node.sName));
 }
@@ -445,6 +495,7 @@ void JLightRegistryKey::removeTree(Node& top) {
     removeLeaf(*pNode);
     pNode = pParent;
   }
+  tellChange(*pAbove);
 }
 
 void JLightRegistryKey::deleteKey(const std::string& sName) {
@@ -470,6 +521,7 @@ void JLightRegistryKey::store(const std::string& sName, Value value) {
   const auto found = node.values.find(sName);
   if (found != node.values.end()) {
     found->second = std::move(value);
+    tellChange(node);
     return;
   }
   if (node.bDeleted) {
@@ -477,6 +529,7 @@ void JLightRegistryKey::store(const std::string& sName, Value value) {
              node.sName.c_str());
   }
   node.values.emplace(sName, std::move(value));
+  tellChange(node);
 }
 
 void JLightRegistryKey::setValue(const std::string& sName, std::uint32_t uType, const void* pData,

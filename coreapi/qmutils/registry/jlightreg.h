@@ -8,6 +8,8 @@
 
 #include "coreapi/qmutils/registry/jregistry.h"
 
+class JFlag;
+
 /// A key of the registry in process memory. The tree is one for the process, begins empty, and lives as long
 /// as the process; its root stands for "HKEY_LOCAL_MACHINE".
 ///
@@ -17,8 +19,8 @@
 /// A key object holds its node in use: a node that is deleted meanwhile goes on being readable through it,
 /// and its values can be overwritten, but nothing new can be made in it.
 ///
-/// Any thread may use any key object: each operation holds the one mutex of the tree from begin to end, and
-/// takes no other lock under it.
+/// Any thread may use any key object: each operation holds the one mutex of the tree from begin to end. Under
+/// it only flags that wait for a change are set.
 class JLightRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils::IRegistryWriteAccess {
  public:
   /// No key is open; until one is, every operation but `isNull` fails with "Invalid light key".
@@ -41,6 +43,11 @@ class JLightRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils:
 
   /// Leaves the key. No key is open then.
   void close();
+
+  /// Sets a flag at the next change of the key: a value that is set or deleted, a sub-key that is made or
+  /// deleted, the end of the key itself; with `bSubTree` also any of that further down. Once: whoever wants
+  /// the change after that asks again, before looking at the key.
+  void notifyChange(std::shared_ptr<JFlag> pFlag, bool bSubTree);
 
   bool isNull() const override;
 
@@ -96,6 +103,7 @@ class JLightRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils:
   static NodePtr walk(NodePtr pNode, const std::string& sPath, bool bTolerant);
   static void removeTree(Node& top);
   static void removeLeaf(Node& node);
+  static void tellChange(Node& node);
   const NodePtr& openNode() const;
   bool openFrom(const NodePtr& pFrom, const std::string& sPath, bool bTolerant);
   bool createFrom(const NodePtr& pFrom, const std::string& sPath);

@@ -118,6 +118,11 @@ void JSystemRegistryKey::close() {
   m_uAccess = 0;
 }
 
+void JSystemRegistryKey::notifyChange(std::shared_ptr<JFlag> pFlag, bool bSubTree) {
+  reading("RegNotifyChangeKeyValue", "none");
+  m_key.notifyChange(std::move(pFlag), bSubTree);
+}
+
 bool JSystemRegistryKey::isNull() const {
   return m_key.isNull();
 }

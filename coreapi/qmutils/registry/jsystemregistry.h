@@ -42,6 +42,9 @@ class JSystemRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils
   /// Leaves the key. No key is open then.
   void close();
 
+  /// As `JLightRegistryKey::notifyChange`.
+  void notifyChange(std::shared_ptr<JFlag> pFlag, bool bSubTree);
+
   bool isNull() const override;
 
   void getSubKeys(std::vector<std::string>& names) const override;

@@ -36,10 +36,12 @@ JIPMulticastSocket::JIPMulticastSocket(const JInetAddr& group, bool bSender, boo
   }
 }
 
-JIPMulticastSocket::~JIPMulticastSocket() {
+/// The leaf is a second number of the same socket, which would stay open with it.
+void JIPMulticastSocket::close() {
   if (m_pLeaf) {
     m_pLeaf->close();
   }
+  JUDPSocket::close();
 }
 
 void JIPMulticastSocket::createHandle() {

@@ -96,9 +96,11 @@ class JIPMulticastSocket : public JUDPSocket {
   /// "WSASocket", "bind", "WSAJoinLeaf" and "WSAIoctl(SIO_MULTIPOINT_LOOPBACK)".
   JIPMulticastSocket(const JInetAddr& group, bool bSender, bool bReceiver, const JInetAddr& bindAddress,
                      std::uint32_t* pTraceMask = nullptr, const std::string& sName = kDefaultName);
-  ~JIPMulticastSocket() override;
 
   std::string getProtocol() const override;
+
+  /// Leaves the group and frees the port, too.
+  void close() override;
 
   /// Networks that datagrams to the group may pass: 1 keeps them in the local one. A failure is traced, not
   /// thrown.

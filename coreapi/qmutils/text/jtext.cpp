@@ -34,7 +34,8 @@ void allocating(const char* szFailure, Work work) {
 }
 
 /// One bounded print; the arguments stay usable for the next.
-int print(char* szBuf, std::size_t size, const char* szFormat, va_list arguments) {
+[[gnu::format(printf, 3, 0)]] int print(char* szBuf, std::size_t size, const char* szFormat,
+                                        va_list arguments) {
   va_list copy;
   va_copy(copy, arguments);
   const int length = qm_platform::printC(szBuf, size, szFormat, copy);

@@ -43,19 +43,24 @@ inline char* putUnit(char* pTo, char16_t unit) noexcept {
   return pTo;
 }
 
-/// Converts a last piece that is too short to go in blocks by putting NULs behind it. False, and nothing
-/// done, when that is of no use.
-bool encodePadded(EncodeCursor& cursor) noexcept {
-  char16_t padded[16] = {};
+/// Converts one block where the rest of the input or the room is too small for blocks: by way of arrays on
+/// the stack, with NULs behind the input. False, and nothing done, when that is of no use.
+bool encodeAside(EncodeCursor& cursor) noexcept {
+  constexpr std::size_t kBlock = 16;
+  char16_t padded[kBlock] = {};
   char coded[64];
-  const std::size_t real = std::min(cursor.left(), std::size(padded));
-  std::copy_n(cursor.pFrom, real, padded);
-  EncodeCursor inner{padded, std::end(padded), coded, sizeof coded};
+  const std::size_t real = std::min(cursor.left(), kBlock);
+  const char16_t* pBlock = cursor.pFrom;
+  if (real < kBlock) {
+    std::memcpy(padded, cursor.pFrom, real * sizeof(char16_t));
+    pBlock = padded;
+  }
+  EncodeCursor inner{pBlock, pBlock + kBlock, coded, sizeof coded};
   qm_utils::encodeBlocks(inner);
   if (inner.left() != 0) {
     return false;
   }
-  const std::size_t length = static_cast<std::size_t>(inner.pTo - coded) - (std::size(padded) - real);
+  const std::size_t length = static_cast<std::size_t>(inner.pTo - coded) - (kBlock - real);
   if (length > cursor.room) {
     return false;
   }
@@ -69,7 +74,7 @@ char* encode(const char16_t* pFrom, const char16_t* pEnd, char* pTo, std::size_t
   EncodeCursor cursor{pFrom, pEnd, pTo, room};
   for (;;) {
     qm_utils::encodeBlocks(cursor);
-    if (cursor.left() != 0 && encodePadded(cursor)) {
+    if (cursor.left() != 0 && encodeAside(cursor)) {
       continue;
     }
     for (std::size_t i = 0; i < kOneByOne; ++i) {
@@ -120,21 +125,26 @@ inline char16_t unitOf(const char* pFrom, std::size_t length) noexcept {
   }
 }
 
-/// As `encodePadded`.
-bool decodePadded(DecodeCursor& cursor) noexcept {
-  char padded[32] = {};
-  char16_t units[48];
-  const std::size_t real = std::min(cursor.left(), std::size(padded));
-  std::memcpy(padded, cursor.pFrom, real);
-  DecodeCursor inner{padded, std::end(padded), units, std::size(units)};
+/// As `encodeAside`.
+bool decodeAside(DecodeCursor& cursor) noexcept {
+  constexpr std::size_t kWindow = 32;
+  char padded[kWindow] = {};
+  char16_t units[kWindow + 16];
+  const std::size_t real = std::min(cursor.left(), kWindow);
+  const char* pWindow = cursor.pFrom;
+  if (real < kWindow) {
+    std::memcpy(padded, cursor.pFrom, real);
+    pWindow = padded;
+  }
+  DecodeCursor inner{pWindow, pWindow + kWindow, units, std::size(units)};
   qm_utils::decodeBlocks(inner);
-  const std::size_t taken = std::size(padded) - inner.left();
+  const std::size_t taken = kWindow - inner.left();
   if (taken == 0) {
     return false;
   }
   const std::size_t padding = taken - std::min(taken, real);
   const std::size_t given = std::min(static_cast<std::size_t>(inner.pTo - units) - padding, cursor.room);
-  std::copy_n(units, given, cursor.pTo);
+  std::memcpy(cursor.pTo, units, given * sizeof(char16_t));
   cursor.advance(taken - padding, given);
   return true;
 }
@@ -144,7 +154,7 @@ char16_t* decode(const char* pFrom, const char* pEnd, char16_t* pTo, std::size_t
   DecodeCursor cursor{pFrom, pEnd, pTo, room};
   for (;;) {
     qm_utils::decodeBlocks(cursor);
-    if (cursor.left() != 0 && cursor.room != 0 && decodePadded(cursor)) {
+    if (cursor.left() != 0 && cursor.room != 0 && decodeAside(cursor)) {
       continue;
     }
     for (std::size_t i = 0; i < kOneByOne; ++i) {

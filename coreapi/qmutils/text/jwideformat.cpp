@@ -28,8 +28,18 @@ struct Conversion {
 
   /// The conversion as `printf` takes it, for an argument of another length.
   std::string toFormat(const char* szLength) const {
-    return "%" + sFlags + (iWidth > 0 ? std::to_string(iWidth) : "") +
-           (iPrecision >= 0 ? "." + std::to_string(iPrecision) : "") + szLength + cKind;
+    std::string sFormat(1, '%');
+    sFormat += sFlags;
+    if (iWidth > 0) {
+      sFormat += std::to_string(iWidth);
+    }
+    if (iPrecision >= 0) {
+      sFormat += '.';
+      sFormat += std::to_string(iPrecision);
+    }
+    sFormat += szLength;
+    sFormat += cKind;
+    return sFormat;
   }
 };
 

@@ -155,8 +155,7 @@ QM_SHUFFLING void encodeShuffled(EncodeCursor& position) noexcept {
     return maskOf(_mm_cmpeq_epi16(_mm_and_si128(units, _mm_set1_epi16(static_cast<short>(mask))), zero)) ==
            0xFFFF;
   };
-  // A block takes up to 48 bytes, and the last store reaches four bytes further.
-  while (cursor.left() >= kEncodeBlock && cursor.room >= 3 * kEncodeBlock + 4) {
+  while (cursor.left() >= kEncodeBlock && cursor.room >= kEncodeBlock) {
     const __m128i low = load(cursor.pFrom);
     const __m128i high = load(cursor.pFrom + 8);
     const __m128i all = _mm_or_si128(low, high);
@@ -164,6 +163,10 @@ QM_SHUFFLING void encodeShuffled(EncodeCursor& position) noexcept {
       store(cursor.pTo, _mm_packus_epi16(low, high));
       cursor.advance(kEncodeBlock, kEncodeBlock);
       continue;
+    }
+    // A block takes up to 48 bytes, and the last store reaches four bytes further.
+    if (cursor.room < 3 * kEncodeBlock + 4) {
+      break;
     }
     std::size_t length = 0;
     if (noneBeyond(all, 0xF800)) {
@@ -259,8 +262,7 @@ QM_SHUFFLING inline std::size_t decodeSixteen(__m128i last, __m128i middle, __m1
 
 QM_SHUFFLING void decodeShuffled(DecodeCursor& position) noexcept {
   DecodeCursor cursor = position;  // stores can't touch a copy, which stays in registers
-  // A store of eight units may begin at the window's last one.
-  while (cursor.left() >= kDecodeWindow && cursor.room >= kDecodeWindow + 8) {
+  while (cursor.left() >= kDecodeWindow && cursor.room >= kDecodeWindow) {
     const WindowMasks masks = classify(cursor.pFrom);
     if (masks.beyondAscii == 0) {
       for (std::size_t at = 0; at < kDecodeWindow; at += 16) {
@@ -273,7 +275,8 @@ QM_SHUFFLING void decodeShuffled(DecodeCursor& position) noexcept {
     }
     const std::uint32_t firsts = masks.beyondAscii & ~masks.continuations;
     const std::uint32_t expected = firsts << 1 | masks.threes << 2;
-    if (masks.hard != 0 || expected != masks.continuations) {
+    // A store of eight units may begin at the window's last one.
+    if (masks.hard != 0 || expected != masks.continuations || cursor.room < kDecodeWindow + 8) {
       break;
     }
     // A sequence ends before a byte that continues none. That isn't known of the window's last byte, which is

@@ -41,8 +41,8 @@ void JRWMutex::lockRead() {
     return;
   }
   const std::uintptr_t recursionsReader = ownReadLocks();
-  setOwnReadLocks(recursionsReader);  // memory for the count is there before the lock is taken
   if (recursionsReader == 0 && !isWriter()) {
+    setOwnReadLocks(0);  // finds the memory for the count before the lock is taken
     m_noWriter.wait();
     const JAutoLock lock(m_mutex);
     if (m_numReaders == 0) {

@@ -75,7 +75,8 @@ class JThread : public JWaitableObjectImpl {
   static void start(void (*pFunction)(void*), void* pArgument, int iPriority = 0);
 
   /// Blocks until a started thread has ended, takes it out of the list and closes the handle. Nothing to do
-  /// is no error. A thread that stops itself gets JSysError "WaitForSingleObject" with EDEADLK.
+  /// is no error. A suspended thread doesn't end before it is resumed. A thread that stops itself gets
+  /// JSysError "WaitForSingleObject" with EDEADLK.
   void stop();
 
   /// Whether no thread runs (any more). A thread that has ended is cleared up as `stop` does it.

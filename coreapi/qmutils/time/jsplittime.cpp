@@ -165,8 +165,6 @@ void JSplitTime::storeFields(int iMonth, int iDay, int iYear, int iHour, int iMi
 
 std::int64_t JSplitTime::storeSeconds(std::int64_t iSeconds) noexcept {
   m_time = JTime::fromUnixSeconds(iSeconds).add(microseconds());
-  constexpr auto kEpochSeconds =
-      static_cast<std::int64_t>(JTime::kEpochOffset / JTime::kMicrosecondsPerSecond);
   return static_cast<std::int64_t>(m_time.getMicroseconds() / JTime::kMicrosecondsPerSecond) - kEpochSeconds;
 }
 

@@ -95,7 +95,7 @@ std::string JTime::toText() const {
 
 bool JTime::fromText(const char* szText) noexcept {
   std::uint64_t uMicroseconds = 0;
-  if (qm_platform::scanC(szText, "%" SCNu64, &uMicroseconds) != 1) {
+  if (szText == nullptr || qm_platform::scanC(szText, "%" SCNu64, &uMicroseconds) != 1) {
     return false;
   }
   m_uMicroseconds = uMicroseconds;

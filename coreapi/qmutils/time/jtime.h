@@ -118,7 +118,7 @@ class JTime {
 
   /// Reads the count from decimal text, as "%llu" does: blanks before it are skipped, what follows it is
   /// ignored, a sign is taken, and too large a number is all ones. False, and nothing changed, when there is
-  /// no number.
+  /// no number or no text.
   bool fromText(const char* szText) noexcept;
 
   /// The calendar form in UTC that every person and host sees, such as "03/03/2011 10:00:00.000000UTC":

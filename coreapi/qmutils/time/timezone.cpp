@@ -62,9 +62,8 @@ Pack readProgramPack() {
   std::vector<std::uint8_t> bytes;
   const int error = qm_platform::readFileContents(sPath, kLargestPack, bytes);
   if (error != 0) {
-    qm_err::log(qm_err::kLogWarning,
-                "Time zone data '%s' can't be read (%s). The platform's zone stays in force.", sPath.c_str(),
-                qm_platform::systemErrorText(static_cast<unsigned>(error)).c_str());
+    qm_err::log(qm_err::kLogWarning, "Time zone data '%s' can't be read (%s). Local time stays as it is.",
+                sPath.c_str(), qm_platform::systemErrorText(static_cast<unsigned>(error)).c_str());
     return nullptr;
   }
   return std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes));
@@ -136,7 +135,8 @@ std::string getLocalTimeZoneName() {
 }
 
 std::shared_ptr<const ZoneRules> localZoneRules() {
-  return currentSetting().pRules;
+  const JAutoLock lock(shared().mutex);
+  return shared().setting.pRules;
 }
 
 std::shared_ptr<const ZoneRules> zoneRulesByName(const std::string& sName) {

@@ -13,9 +13,11 @@ namespace {
 /// No zone is further from UTC than this.
 constexpr std::int64_t kFarthestOffset = 26 * 3600;
 
-/// Distances from a wall time, taken for UTC, at which the rules around it are looked at. A rule that held
-/// for less than one step could be missed; none on record did.
+/// Distances from a wall time, taken for UTC, at which the rules around it are looked at; from what they say
+/// there the instant is found in so many steps. The second step finds rules that held for a few hours between
+/// two others.
 constexpr std::int64_t kProbeStep = kFarthestOffset / 4;
+constexpr int kRefinements = 2;
 
 class PlatformZoneRules final : public ZoneRules {
  public:
@@ -38,18 +40,20 @@ class PlatformZoneRules final : public ZoneRules {
 }  // namespace
 
 std::int64_t ZoneRules::toUnixSeconds(std::int64_t iWallSeconds) const {
+  const auto shiftAt = [this](std::int64_t iInstant) { return at(iInstant).iWallSeconds - iInstant; };
   std::optional<std::int64_t> found;
-  std::int64_t iShiftBefore =
-      at(iWallSeconds - kFarthestOffset).iWallSeconds - (iWallSeconds - kFarthestOffset);
+  std::int64_t iShiftBefore = shiftAt(iWallSeconds - kFarthestOffset);
   for (std::int64_t iFrom = -kFarthestOffset; iFrom <= kFarthestOffset; iFrom += kProbeStep) {
-    const std::int64_t iProbe = iWallSeconds + iFrom;
-    const std::int64_t iProbeWall = at(iProbe).iWallSeconds;
-    const std::int64_t iCandidate = iWallSeconds - (iProbeWall - iProbe);
-    if (at(iCandidate).iWallSeconds == iWallSeconds) {
-      found = std::min(found.value_or(iCandidate), iCandidate);
+    std::int64_t iShift = shiftAt(iWallSeconds + iFrom);
+    if (iFrom + iShift < 0) {
+      iShiftBefore = iShift;  // of the last probe at which the clock shows less
     }
-    if (iProbeWall < iWallSeconds) {
-      iShiftBefore = iProbeWall - iProbe;
+    for (int i = 0; i < kRefinements; ++i) {
+      const std::int64_t iCandidate = iWallSeconds - iShift;
+      iShift = shiftAt(iCandidate);
+      if (iCandidate + iShift == iWallSeconds) {
+        found = std::min(found.value_or(iCandidate), iCandidate);
+      }
     }
   }
   return found.value_or(iWallSeconds - iShiftBefore);

@@ -1,7 +1,9 @@
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <thread>
 
+#include "coreapi/qmutils/thread/jwaitable.h"
 #include "tests/coreapi/qmutils/registry/registry_test_support.h"
 
 namespace {
@@ -208,6 +210,65 @@ TEST_F(LightKey, DeletesOnlyWhatIsNamed) {
   std::vector<std::string> names;
   m_key.getSubKeys(names);
   EXPECT_EQ(names, (std::vector<std::string>{"a", "c"}));
+}
+
+TEST_F(LightKey, TellsTheNextChange) {
+  JLightRegistryKey below;
+  below.create(m_key, "a\\b");
+  struct {
+    const char* name;
+    std::function<void()> change;
+    bool ofKey;
+    bool ofSubTree;
+  } const rows[] = {
+      {"a value is set", [&] { m_key.setDword("x", 1); }, true, true},
+      {"a value is set anew", [&] { m_key.setDword("x", 1); }, true, true},
+      {"a value is deleted", [&] { m_key.deleteValue("x"); }, true, true},
+      {"a key is made", [&] { JLightRegistryKey().create(m_key, "c\\d"); }, true, true},
+      {"a key is opened", [&] { JLightRegistryKey().create(m_key, "c\\d"); }, false, false},
+      {"a value below is set", [&] { below.setDword("x", 1); }, false, true},
+      {"a key below is made", [&] { JLightRegistryKey().create(below, "e"); }, false, true},
+      {"a key below is deleted", [&] { m_key.deleteKey("a\\b"); }, false, true},
+      {"a value of a deleted key is set", [&] { below.setDword("x", 2); }, false, false},
+      {"a key is deleted", [&] { m_key.deleteKey("c"); }, true, true},
+      {"the key is deleted",
+       [&] {
+         JLightRegistryKey root;
+         root.open(kRoot, "");
+         root.deleteKey(kTestKey);
+       },
+       true, true},
+  };
+  const auto pKey = std::make_shared<JFlag>(false);
+  const auto pSubTree = std::make_shared<JFlag>(false);
+  m_key.notifyChange(pKey, false);
+  m_key.notifyChange(pSubTree, true);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    row.change();
+    EXPECT_EQ(pKey->wait(0), row.ofKey);
+    EXPECT_EQ(pSubTree->wait(0), row.ofSubTree);
+    if (row.ofKey) {
+      m_key.notifyChange(pKey, false);
+    }
+    if (row.ofSubTree) {
+      m_key.notifyChange(pSubTree, true);
+    }
+  }
+  EXPECT_NE(errorOf([&] { m_key.notifyChange(nullptr, true); }), "no error");
+}
+
+TEST_F(LightKey, KeepsAFlagOnceHoweverOftenItIsAskedToSetIt) {
+  const auto pFlag = std::make_shared<JFlag>(false);
+  for (const bool bSubTree : {false, true, false}) {
+    m_key.notifyChange(pFlag, bSubTree);
+    EXPECT_EQ(pFlag.use_count(), 2);
+  }
+  JLightRegistryKey sub;
+  sub.create(m_key, "Sub");
+  sub.setDword("Value", 1);
+  EXPECT_TRUE(pFlag->wait(0));
+  EXPECT_EQ(pFlag.use_count(), 1);
 }
 
 TEST_F(LightKey, StandsDeepTreesAndLongNames) {

@@ -152,13 +152,15 @@ TEST_F(MulticastSocket, HearsItsGroupOnTheInterfaceOfItsBindAddress) {
     EXPECT_EQ(errorOf([&] { pSocket->read(buffer, sizeof buffer); }), "Time out!");
   }
 
+  second.close();
+  receiver.close();
+  EXPECT_EQ(errorOf([&] { JUDPSocket free(uPort); }), "no error") << "closing frees the port";
+
   // Over the loopback everything comes back whatever the socket wants, so only the setting can be looked at.
   int iLoop = -1;
   int iLength = sizeof iLoop;
   sender.getOption(IPPROTO_IP, IP_MULTICAST_LOOP, &iLoop, iLength);
   EXPECT_EQ(iLoop, 0);
-  second.getOption(IPPROTO_IP, IP_MULTICAST_LOOP, &iLoop, iLength);
-  EXPECT_EQ(iLoop, 1);
 }
 
 TEST_F(MulticastSocket, FailsUnderTheNameOfTheStep) {

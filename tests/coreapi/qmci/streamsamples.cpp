@@ -1,0 +1,50 @@
+#include "tests/coreapi/qmci/streamsamples.h"
+
+#include "coreapi/qmci/audioinfonoxml.h"
+#include "coreapi/qmci/videoinfonoxml.h"
+
+namespace qm_test {
+
+qm_ci::StreamInfo videoStream(const std::string& sProperties, const char* szMIMEType,
+                              std::uint32_t uRateNumerator) {
+  qm_ci::QMVideoInfoNoXml info;
+  info.setMIMEType(szMIMEType);
+  info.setPacketizedFormat("linear");
+  info.setStreamParams("<Quality>7</Quality>");
+  info.setWidth(352);
+  info.setHeight(288);
+  info.setPictureRate(uRateNumerator, 1U);
+  info.setNomMaxBitstreamSize(1000);
+  info.setStreamIndexStep(3);
+  return makeStreamInfo(qm_ci::QMCIVideoInfo(info.getCIInfo()), sProperties);
+}
+
+qm_ci::StreamInfo audioStream(const std::string& sProperties, const char* szMIMEType) {
+  qm_ci::QMAudioInfoNoXml info;
+  info.setMIMEType(szMIMEType);
+  info.setPacketizedFormat("linear");
+  info.setSamplingRate(8000);
+  info.setNumberOfChannels(2);
+  info.setBitsPerSample(16);
+  info.setSamplingsPerFrame(160);
+  info.setNomMaxBitstreamSize(640);
+  return makeStreamInfo(qm_ci::QMCIAudioInfo(info.getCIInfo()), sProperties);
+}
+
+qm_ci::StreamInfo dataStream(const std::string& sProperties, const char* szMIMEType,
+                             const std::string& sDescription) {
+  const qm_ci::InfoBlock block = qm_ci::StreamDataInfo::make(szMIMEType, sDescription, 25, 2, 500);
+  return makeStreamInfo(qm_ci::StreamDataInfo(block), sProperties);
+}
+
+std::string thrownBy(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    return error->getMessage();
+  }
+  return "nothing";
+}
+
+}  // namespace qm_test

@@ -1,0 +1,150 @@
+#pragma once
+
+#include <condition_variable>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "coreapi/qmutils/log/JLog.h"
+#include "coreapi/qmutils/log/JLogMsg.h"
+#include "coreapi/qmutils/log/JLogThreadedOutput.h"
+
+namespace qm_test {
+
+/// What an output or an input did, in order, for a test to wait for.
+template <typename Item>
+class Journal {
+ public:
+  void add(Item item) {
+    const std::lock_guard lock(m_mutex);
+    m_items.push_back(std::move(item));
+    m_changed.notify_all();
+  }
+
+  /// Blocks until there are this many items, and gives all there are then.
+  std::vector<Item> await(std::size_t uCount) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [&] { return m_items.size() >= uCount; });
+    return m_items;
+  }
+
+  std::vector<Item> items() { return await(0); }
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::vector<Item> m_items;
+};
+
+/// Holds threads until it is opened.
+class Gate {
+ public:
+  void open() {
+    const std::lock_guard lock(m_mutex);
+    m_bOpen = true;
+    m_changed.notify_all();
+  }
+
+  /// Says that a thread is here, and holds it.
+  void pass() {
+    std::unique_lock lock(m_mutex);
+    m_bReached = true;
+    m_changed.notify_all();
+    m_changed.wait(lock, [this] { return m_bOpen; });
+  }
+
+  /// Blocks until a thread has come to the gate.
+  void awaitThread() {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_bReached; });
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  bool m_bOpen = false;
+  bool m_bReached = false;
+};
+
+/// An output without a thread that keeps what it gets, but for what the runtime itself tells at the level
+/// DEBUG of its threads. The records live on behind the output.
+class RecordingOutput : public JLog::GenericOutput {
+ public:
+  using Records = std::vector<JLog::Msg>;
+
+  explicit RecordingOutput(std::shared_ptr<Records> pRecords, std::string sName = "recording")
+      : GenericOutput(std::move(sName)), m_pRecords(std::move(pRecords)) {}
+
+  void write(const JLog::Msg& record) override {
+    if (record.uLevel == qm_err::kLogDebug) {
+      return;
+    }
+    m_pRecords->push_back(record);
+    if (onWrite) {
+      onWrite();
+    }
+  }
+
+  std::function<void()> onWrite;
+
+ private:
+  std::shared_ptr<Records> m_pRecords;
+};
+
+/// A threaded output that does with each record what the test says.
+class ScriptedOutput : public JLogThreadedOutput {
+ public:
+  explicit ScriptedOutput(std::uint32_t uCapacity, std::function<bool(const JLog::Msg&)> writer = {})
+      : JLogThreadedOutput("scripted", "scripted thread", uCapacity, 0), m_writer(std::move(writer)) {}
+  ~ScriptedOutput() override { stop(0, true); }
+
+  bool writeRecord(const JLog::Msg& record) override {
+    const bool bWritten = !m_writer || m_writer(record);
+    (bWritten ? written : failed).add(record);
+    return bWritten;
+  }
+
+  void onThreadStop() override { threadsEnded.add(JThread::getCurrentThreadId()); }
+
+  Journal<JLog::Msg> written;
+  Journal<JLog::Msg> failed;
+  Journal<std::uint32_t> threadsEnded;
+
+ private:
+  std::function<bool(const JLog::Msg&)> m_writer;
+};
+
+inline JLog::Msg makeRecord(std::string sMessage, std::uint32_t uLevel = qm_err::kLogInfo) {
+  JLog::Msg record;
+  record.uLevel = uLevel;
+  record.sMessage = std::move(sMessage);
+  return record;
+}
+
+inline std::vector<std::string> messagesOf(const std::vector<JLog::Msg>& records) {
+  std::vector<std::string> messages;
+  for (const JLog::Msg& record : records) {
+    messages.push_back(record.sMessage);
+  }
+  return messages;
+}
+
+inline std::string contentsOf(const std::string& sPath) {
+  std::ifstream file(sPath, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// Leaves the log without outputs and inputs, before and after each test.
+class LogTest : public testing::Test {
+ protected:
+  LogTest() { JLog::init(0); }
+  ~LogTest() override { JLog::shutdown(0); }
+};
+
+}  // namespace qm_test
