@@ -1,13 +1,11 @@
-// Remote calls over the loopback, every server in a process of its own.
-// else's work. Our call writes its typed parameters, and the server reads them and writes a typed answer,
-// which the client reads; the peer moves texts of the same length.
+// Remote calls over the loopback, every server in a process of its own. Our call writes its typed parameters,
+// the server reads them and writes a typed answer, and the client reads that; the peer moves texts of the
+// same length. Four processes share the processors, so a busy machine shows mostly itself.
 //
-//   call, against a key-value store   its GET of the answer's bytes under a key of the request's, by its C
-//   client call, against bare sockets        send and receive of the same bytes, on both sides N connections
-//   at once             answers a second to a driver that keeps one request under way on each,
-//                                     against the store's own load generator with as many
-//   read 200,000 rows                 a deserialised search answer, against reading the same list's text
-//   alone
+//   call, hiredis              GET of the answer's bytes under a key of the request's, by its C client
+//   call, bare                 send and receive of the same bytes, on both sides
+//   N connections              one request under way on each, against redis-benchmark with as many
+//   read 200,000 rows          a deserialised search answer, against parsing the same list's text
 //
 // The store is started on a free port without persistence, and ended with this.
 
