@@ -21,7 +21,9 @@ struct TextCase {
   const char* text;
 };
 
-void PrintTo(const TextCase& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const TextCase& row, std::ostream* out) {
+  *out << row.name;
+}
 
 class ErrorText : public testing::TestWithParam<TextCase> {};
 

@@ -16,8 +16,7 @@
 
 namespace {
 
-[[maybe_unused]] const auto* const g_pWithoutLog =
-    testing::AddGlobalTestEnvironment(new qm_test::WithoutLog);
+[[maybe_unused]] const auto* const g_pWithoutLog = testing::AddGlobalTestEnvironment(new qm_test::WithoutLog);
 
 using qm_test::Crew;
 using qm_test::LogCapture;
