@@ -1,8 +1,6 @@
 #include "coreapi/qmutils/error/jerror.h"
 
-#include <algorithm>
 #include <cstdarg>
-#include <cstring>
 
 #include "coreapi/platform/clocale.h"
 #include "coreapi/platform/systemerror.h"
@@ -26,9 +24,7 @@ void copyText(char* buffer, std::size_t size, std::string_view text) noexcept {
   if (buffer == nullptr || size == 0) {
     return;
   }
-  const std::size_t length = std::min(text.size(), size - 1);
-  std::memcpy(buffer, text.data(), length);
-  buffer[length] = '\0';
+  buffer[text.copy(buffer, size - 1)] = '\0';
 }
 
 void logError(const JError& error, const char* szFile, int iLine, const char* szTag) noexcept {
