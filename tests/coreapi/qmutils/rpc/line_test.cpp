@@ -10,25 +10,15 @@
 #include "coreapi/qmutils/rpc/jrpcversion.h"
 #include "coreapi/qmutils/rpc/linebuffer.h"
 #include "coreapi/qmutils/rpc/rpcline.h"
+#include "tests/coreapi/qmutils/rpc/thrownby.h"
 
 namespace {
 
+using qm_test::thrownBy;
 using qm_utils::LineBuffer;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 namespace rpc_line = qm_utils::rpc_line;
-
-/// The text of what a piece of work throws; empty when it doesn't.
-template <typename Work>
-std::string thrownBy(Work work) {
-  try {
-    work();
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return {};
-}
 
 /// Puts bytes into a buffer in pieces and returns the lines that come out.
 std::vector<std::string> linesOf(LineBuffer& buffer, std::string_view sBytes, std::size_t uPiece) {

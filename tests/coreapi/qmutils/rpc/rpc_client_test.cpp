@@ -11,6 +11,7 @@
 #include "coreapi/qmutils/rpc/jrpc.h"
 #include "coreapi/qmutils/socket/jsockaddr.h"
 #include "tests/coreapi/qmutils/rpc/scriptserver.h"
+#include "tests/coreapi/qmutils/rpc/thrownby.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/tcpfaultproxy.h"
 
@@ -20,22 +21,11 @@ namespace {
 
 using qm_test::ScriptPeer;
 using qm_test::ScriptServer;
+using qm_test::thrownBy;
 using testing::HasSubstr;
 
 constexpr std::int32_t kForever = -1;
 constexpr std::int32_t kShort = 50;
-
-/// The class and text of what a piece of work throws; empty when it doesn't.
-template <typename Work>
-std::string thrownBy(Work work) {
-  try {
-    work();
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return {};
-}
 
 /// A client on a connection of its own to a port, without thread, retry or connect sequence.
 std::unique_ptr<JRPCClient> attach(std::uint16_t uPort) {

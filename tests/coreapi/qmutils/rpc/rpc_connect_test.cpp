@@ -10,6 +10,7 @@
 #include "coreapi/qmutils/params/jparams.h"
 #include "coreapi/qmutils/rpc/jrpc.h"
 #include "tests/coreapi/qmutils/rpc/scriptserver.h"
+#include "tests/coreapi/qmutils/rpc/thrownby.h"
 #include "tests/support/logcapture.h"
 
 // The connect sequence, and the client's thread.
@@ -18,21 +19,11 @@ namespace {
 
 using qm_test::ScriptPeer;
 using qm_test::ScriptServer;
+using qm_test::thrownBy;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr std::int32_t kLong = 60000;
-
-template <typename Work>
-std::string thrownBy(Work work) {
-  try {
-    work();
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return {};
-}
 
 JRPCClient::Settings settingsFor(std::int32_t iPort) {
   JRPCClient::Settings settings;

@@ -8,26 +8,17 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/rpc/jrpccontainers.h"
 #include "coreapi/qmutils/rpc/jrpcserialisation.h"
+#include "tests/coreapi/qmutils/rpc/thrownby.h"
 #include "tests/support/logcapture.h"
 
 namespace {
 
+using qm_test::thrownBy;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::Pair;
-
-template <typename Work>
-std::string thrownBy(Work work) {
-  try {
-    work();
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return {};
-}
 
 /// The object of the worked example: a number and a list of numbers.
 class Item : public JRPCObject {
