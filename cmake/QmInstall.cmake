@@ -7,7 +7,7 @@ install(TARGETS qmstorageaccess EXPORT QuelmarinStorageAccessTargets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
   RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 
-install(DIRECTORY coreapi DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/quelmarin" FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY coreapi storage qmactivexctrl DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/quelmarin" FILES_MATCHING PATTERN "*.h")
 
 install(EXPORT QuelmarinStorageAccessTargets
   NAMESPACE Quelmarin::
