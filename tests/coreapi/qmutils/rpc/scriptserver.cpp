@@ -57,6 +57,7 @@ void ScriptPeer::awaitEnd() {
 struct ScriptServer::Connection {
   std::unique_ptr<JSocket> pSocket;
   std::thread thread;
+  std::atomic<bool> bDone{false};
 };
 
 ScriptServer::ScriptServer(std::vector<Script> scripts, std::uint16_t uPort)
@@ -74,6 +75,35 @@ ScriptServer::~ScriptServer() {
   }
 }
 
+void ScriptServer::awaitIdle() {
+  try {
+    // Connections are taken in order, and no script outlives its client.
+    JTCPSocket last(JInetAddr("127.0.0.1", m_uPort));
+    last.shutdownWrite();
+    char cByte = 0;
+    while (last.read(&cByte, 1) != 0) {
+    }
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);  // its script has reset it
+  }
+  const std::lock_guard lock(m_mutex);
+  for (const auto& pConnection : m_connections) {
+    pConnection->thread.join();
+  }
+  m_connections.clear();
+}
+
+/// Takes the connections out that have ended. The mutex is held.
+void ScriptServer::sweep() {
+  std::erase_if(m_connections, [](const auto& pConnection) {
+    if (pConnection->bDone) {
+      pConnection->thread.join();
+      return true;
+    }
+    return false;
+  });
+}
+
 void ScriptServer::run() {
   while (!m_bStop) {
     try {
@@ -82,17 +112,21 @@ void ScriptServer::run() {
         return;
       }
       const Script& script = m_scripts[std::min(m_accepted++, m_scripts.size() - 1)];
+      const std::lock_guard lock(m_mutex);
+      sweep();
       auto pConnection = std::make_unique<Connection>();
       pConnection->pSocket = std::move(pSocket);
-      pConnection->thread = std::thread([&script, &socket = *pConnection->pSocket] {
-        try {
-          ScriptPeer peer(socket);
-          script(peer);
-        } catch (JError* pError) {
-          const qm_err::CaughtError error(pError);  // the client has gone
-        }
-        socket.close();
-      });
+      pConnection->thread =
+          std::thread([&script, &socket = *pConnection->pSocket, &done = pConnection->bDone] {
+            try {
+              ScriptPeer peer(socket);
+              script(peer);
+            } catch (JError* pError) {
+              const qm_err::CaughtError error(pError);  // the client has gone
+            }
+            socket.close();
+            done = true;
+          });
       m_connections.push_back(std::move(pConnection));
     } catch (JError* pError) {
       const qm_err::CaughtError error(pError);  // the client was gone before it was taken

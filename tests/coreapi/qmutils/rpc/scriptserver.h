@@ -55,10 +55,14 @@ class ScriptServer {
   std::uint16_t port() const { return m_uPort; }
   std::size_t accepted() const { return m_accepted; }
 
+  /// Waits until the scripts of all connections that it has taken have ended.
+  void awaitIdle();
+
  private:
   struct Connection;
 
   void run();
+  void sweep();
 
   std::vector<Script> m_scripts;
   JTCPSocket m_listener;

@@ -12,11 +12,11 @@
 namespace {
 
 using qm_test::Connection;
-using qm_test::errorOf;
 using qm_test::Failure;
 using qm_test::failureOf;
 using qm_test::LogLines;
 using qm_test::loopback;
+using qm_test::thrownBy;
 
 /// Reads until the channel ends.
 std::string readAll(JISocket& socket) {
@@ -58,10 +58,10 @@ TEST(TCPSocket, TimesOutWhenNothingComes) {
   JIoBuf scattered{buffer, sizeof buffer};
   for (const std::int32_t iTimeout : {0, 5}) {
     connection.client.setReadTimeout(iTimeout);
-    EXPECT_EQ(errorOf([&] { connection.client.read(buffer, sizeof buffer); }), "Time out!");
-    EXPECT_EQ(errorOf([&] { connection.client.readv(&scattered, 1); }), "Time out!");
+    EXPECT_EQ(thrownBy([&] { connection.client.read(buffer, sizeof buffer); }), "Time out!");
+    EXPECT_EQ(thrownBy([&] { connection.client.readv(&scattered, 1); }), "Time out!");
     connection.listener.setAcceptTimeout(iTimeout);
-    EXPECT_EQ(errorOf([&] { connection.listener.accept(); }), "Time out!");
+    EXPECT_EQ(thrownBy([&] { connection.listener.accept(); }), "Time out!");
   }
   EXPECT_EQ(connection.client.readNoThrow(buffer, sizeof buffer), -1);
   connection.pServer->write("data", 4);
@@ -154,8 +154,8 @@ TEST(TCPSocket, GivesUpAWriteThatTheReaderDoesNotTake) {
   fill(connection.client);
   connection.client.setWriteTimeout(1);
   JIoBuf buffer{const_cast<char*>("x"), 1};
-  EXPECT_EQ(errorOf([&] { connection.client.write("x", 1); }), "Time out!");
-  EXPECT_EQ(errorOf([&] { connection.client.writev(&buffer, 1); }), "Time out!");
+  EXPECT_EQ(thrownBy([&] { connection.client.write("x", 1); }), "Time out!");
+  EXPECT_EQ(thrownBy([&] { connection.client.writev(&buffer, 1); }), "Time out!");
   EXPECT_EQ(connection.client.writeNoThrow("x", 1), -1);
   EXPECT_EQ(
       log.count(11, "WARNING: Write timeout set to 0 on socket '" +
@@ -169,7 +169,7 @@ TEST(TCPSocket, GivesUpAWriteThatTheReaderDoesNotTake) {
     }
   });
   const std::string sHuge(std::size_t{256} << 20, 'x');
-  EXPECT_EQ(errorOf([&] { connection.client.write(sHuge.data(), sHuge.size()); }), "Time out!")
+  EXPECT_EQ(thrownBy([&] { connection.client.write(sHuge.data(), sHuge.size()); }), "Time out!")
       << "the limit holds for the whole of a write that goes on";
   connection.client.close();
   slowReader.join();
@@ -221,11 +221,11 @@ TEST(TCPSocket, TimesOutWhenAHostDoesNotAnswer) {
   listener.bind(std::uint16_t{0});
   listener.listen(0);
   std::vector<std::unique_ptr<JTCPSocket>> clients;
-  std::string sError = "no error";
-  while (sError == "no error" && clients.size() < 16) {
+  std::string sError = "";
+  while (sError == "" && clients.size() < 16) {
     clients.push_back(std::make_unique<JTCPSocket>());
     clients.back()->setConnectTimeout(0);
-    sError = errorOf([&] { clients.back()->connect(loopback(listener.getLocalPort())); });
+    sError = thrownBy([&] { clients.back()->connect(loopback(listener.getLocalPort())); });
   }
   EXPECT_EQ(sError, "Time out!");
 }
