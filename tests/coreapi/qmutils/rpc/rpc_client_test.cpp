@@ -121,14 +121,6 @@ TEST(RpcCall, APeerThatClosesInMidAnswerIsAProtocolError) {
   }
 }
 
-TEST(RpcCall, AnUnconnectedClientSendsNothing) {
-  JRPCClient::Settings settings;
-  settings.bStartThread = false;
-  JRPCClient client(settings);
-  EXPECT_EQ(thrownBy([&] { call(client, "f"); }), "Connection Lost");
-  EXPECT_EQ(thrownBy([&] { client.notify("f", nullptr); }), "Connection Lost");
-}
-
 /// The server answers each request late, when the next two have been sent.
 TEST(RpcTimeout, ALateAnswerIsNeverTakenForAnothers) {
   ScriptServer server({[&](ScriptPeer& peer) {

@@ -95,8 +95,10 @@ TEST(RpcConnect, AFailureIsTheConstructorsUnlessTheClientRetries) {
   const auto expectFailure = [](JRPCClient::Settings settings, const std::string& sError) {
     EXPECT_THAT(thrownBy([&] { JRPCClient client(settings); }), HasSubstr(sError));
     settings.bRetry = true;
-    const JRPCClient client(settings);
+    JRPCClient client(settings);
     EXPECT_FALSE(client.isConnected()) << sError;
+    EXPECT_EQ(thrownBy([&] { client.call("f", nullptr, kLong); }), "Connection Lost");
+    EXPECT_EQ(thrownBy([&] { client.notify("f", nullptr); }), "Connection Lost");
   };
   expectFailure(settingsFor(qm_test::closedPort()), "actively refused");
   expectFailure(settingsFor(70000), "invalid port 70000");

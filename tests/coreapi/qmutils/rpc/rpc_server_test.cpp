@@ -13,41 +13,16 @@
 #include "coreapi/qmutils/rpc/jrpcservice.h"
 #include "coreapi/qmutils/socket/jtcpsocket.h"
 #include "coreapi/qmutils/text/jtext.h"
+#include "tests/coreapi/qmutils/rpc/scriptserver.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/tcpfaultproxy.h"
 #include "tests/support/thrownby.h"
 
 namespace {
 
+using qm_test::RawClient;
 using qm_test::thrownBy;
 using testing::StartsWith;
-
-/// A line-wise client without any knowledge of the protocol.
-class RawClient : public JLineIO {
- public:
-  explicit RawClient(std::uint16_t uPort) : JLineIO(kAnswerLimit), m_socket(JInetAddr("127.0.0.1", uPort)) {
-    setSocket(&m_socket, false);
-  }
-
-  void send(std::string_view sBytes) { m_socket.write(sBytes.data(), sBytes.size()); }
-
-  /// The next line; "(end)" when the server has closed or the connection is gone.
-  std::string line() {
-    std::string sLine = "(end)";
-    thrownBy([&] { sLine = readLine().value_or(sLine); });
-    return sLine;
-  }
-
-  std::string ask(std::string_view sLine) {
-    send(std::string(sLine) + "\r\n");
-    return line();
-  }
-
-  JTCPSocket& socket() { return m_socket; }
-
- private:
-  JTCPSocket m_socket;
-};
 
 /// A service with a function for each way in which one can end.
 class TestService : public JRPCService {

@@ -5,6 +5,7 @@
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/JLog.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
@@ -54,6 +55,17 @@ void ScriptPeer::awaitEnd() {
   }
 }
 
+std::string RawClient::line() {
+  std::string sLine = "(end)";
+  thrownBy([&] { sLine = readLine().value_or(sLine); });
+  return sLine;
+}
+
+std::string RawClient::ask(std::string_view sLine) {
+  send(std::string(sLine) + "\r\n");
+  return line();
+}
+
 struct ScriptServer::Connection {
   std::unique_ptr<JSocket> pSocket;
   std::thread thread;
@@ -76,15 +88,10 @@ ScriptServer::~ScriptServer() {
 }
 
 void ScriptServer::awaitIdle() {
-  try {
-    // Connections are taken in order, and no script outlives its client.
-    JTCPSocket last(JInetAddr("127.0.0.1", m_uPort));
-    last.shutdownWrite();
-    char cByte = 0;
-    while (last.read(&cByte, 1) != 0) {
-    }
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);  // its script has reset it
+  // Connections are taken in order, and no script outlives its client.
+  RawClient last(m_uPort);
+  last.socket().shutdownWrite();
+  while (last.line() != "(end)") {
   }
   const std::lock_guard lock(m_mutex);
   for (const auto& pConnection : m_connections) {

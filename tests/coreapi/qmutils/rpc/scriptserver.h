@@ -41,6 +41,27 @@ class ScriptPeer : public JLineIO {
   void awaitEnd();
 };
 
+/// A line-wise client without any knowledge of the protocol.
+class RawClient : public JLineIO {
+ public:
+  explicit RawClient(std::uint16_t uPort) : JLineIO(kAnswerLimit), m_socket(JInetAddr("127.0.0.1", uPort)) {
+    setSocket(&m_socket, false);
+  }
+
+  void send(std::string_view sBytes) { m_socket.write(sBytes.data(), sBytes.size()); }
+
+  /// The next line; "(end)" when the server has closed or the connection is gone.
+  std::string line();
+
+  /// Sends a line and returns the next one.
+  std::string ask(std::string_view sLine);
+
+  JTCPSocket& socket() { return m_socket; }
+
+ private:
+  JTCPSocket m_socket;
+};
+
 /// A server of a few lines, on a free port of the loopback. Each connection runs the next script of the list,
 /// the last one again and again, on a thread of its own; what is left open when the server goes is closed.
 class ScriptServer {
