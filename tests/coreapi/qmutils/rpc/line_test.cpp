@@ -75,16 +75,6 @@ TEST(LineBuffer, TakesALineOfTheLimitAndNoLonger) {
   EXPECT_LE(endless.getCapacity(), 1024U);
 }
 
-TEST(LineBuffer, GivesBytesBehindALineOut) {
-  LineBuffer buffer(300);
-  EXPECT_THAT(linesOf(buffer, "head\r\nbody", 64), ElementsAre("head"));
-  char bytes[16] = {};
-  EXPECT_EQ(buffer.takeBytes(bytes, 3), 3U);
-  EXPECT_EQ(buffer.takeBytes(bytes + 3, sizeof bytes - 3), 1U);
-  EXPECT_STREQ(bytes, "body");
-  EXPECT_THAT(linesOf(buffer, "next\n", 64), ElementsAre("next"));
-}
-
 struct OwedCase {
   const char* name;
   std::vector<Request> requests;

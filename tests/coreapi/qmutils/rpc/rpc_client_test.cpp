@@ -110,17 +110,6 @@ TEST(RpcCall, ATextThatBreaksTheLineIsNeverSent) {
   EXPECT_EQ(call(*pClient, "g"), "");
 }
 
-TEST(RpcCall, APeerThatClosesInMidAnswerIsAProtocolError) {
-  for (const char* szHalf : {"", "OK a=1", "OK a=1\r"}) {
-    ScriptServer server({[szHalf](ScriptPeer& peer) {
-      peer.line();
-      peer.send(szHalf);
-    }});
-    const auto pClient = attach(server.port());
-    EXPECT_EQ(thrownBy([&] { call(*pClient, "f"); }), "ProtocolError: f '???'");
-  }
-}
-
 /// The server answers each request late, when the next two have been sent.
 TEST(RpcTimeout, ALateAnswerIsNeverTakenForAnothers) {
   ScriptServer server({[&](ScriptPeer& peer) {
@@ -152,21 +141,6 @@ TEST(RpcTimeout, BoundsTheWaitForAnAnswerThatDrips) {
   proxy.setRules({}, drip);
   const auto pClient = attach(proxy.port());
   EXPECT_EQ(thrownBy([&] { call(*pClient, "f", 4 * kShort); }), "Time out!");
-}
-
-TEST(RpcTimeout, ALongAnswerThatKeepsComingIsTakenWhole) {
-  const std::string sLong(16 * JLineIO::kRenewalBytes, 'x');
-  ScriptServer server(
-      {[&](ScriptPeer& peer) { peer.serve([&](const std::string&) { return "OK a=\"" + sLong + "\""; }); }});
-  qm_test::TcpFaultProxy proxy(server.port());
-  qm_test::FaultRule slow;
-  slow.chunk = JLineIO::kRenewalBytes;
-  slow.delay = std::chrono::milliseconds(25);
-  proxy.setRules({}, slow);
-  const auto pClient = attach(proxy.port());
-  std::string sText;
-  pClient->call("f", nullptr, 300)->get("a", sText);
-  EXPECT_EQ(sText, sLong);
 }
 
 TEST(RpcNotify, AnAnswerThatMustNotBeIsNotTakenForTheNextCalls) {
@@ -305,10 +279,10 @@ TEST(RpcFault, AConversationCutAtAnyByteGivesAnErrorOrTheRightAnswer) {
         std::string sAnswer;
         const std::string sError =
             thrownBy([&] { pClient->call(szName, std::string_view(), sAnswer, 5000); });
-        EXPECT_NE(sError, "Time out!");
-        if (sError.empty()) {
-          EXPECT_EQ(sAnswer, "line=\"" + std::string(szName) + "()\"");
-        }
+        EXPECT_EQ(sAnswer, sError.empty() ? "line=\"" + std::string(szName) + "()\"" : "");
+        EXPECT_TRUE(sError.empty() || sError == "ProtocolError: " + std::string(szName) + " '???'" ||
+                    sError.starts_with("system call error at function"))
+            << sError;
       }
     }
   }

@@ -52,42 +52,34 @@ ScriptServer::Script versioned(const std::string& sAnswer) {
 struct VersionCase {
   const char* name;
   std::string answer;
+  std::string oldAnswer;  ///< of the port of old servers, which is fixed; empty when nobody listens there
   JRPCVersion version;
 };
 
-TEST(RpcConnect, FindsOutTheServersVersion) {
+TEST(RpcConnect, FindsOutTheServersVersionAndGoesOnWithoutOne) {
+  const std::string sUnknown = "FAILED ProtocolError: unknown function 'getRPCVersion'";
   for (const VersionCase& row :
-       {VersionCase{"Text", "OK RPCVersion=\"4.3\"", {4, 3}},
-        VersionCase{"Number", "OK RPCVersion=4.2", {4, 2}}, VersionCase{"NoVersion", "OK ", {0, 0}},
-        VersionCase{"NoFormOfOne", "OK RPCVersion=\"new\"", {0, 0}}}) {
+       {VersionCase{"Text", "OK RPCVersion=\"4.3\"", "", {4, 3}},
+        VersionCase{"Number", "OK RPCVersion=4.2", "", {4, 2}}, VersionCase{"NoVersion", "OK ", "", {}},
+        VersionCase{"NoFormOfOne", "OK RPCVersion=\"new\"", "", {}},
+        VersionCase{"OldFourParts", sUnknown, "OK ProductVersion=\"2, 2, 6, 0\"", {2, 2}},
+        VersionCase{"OldVersion", sUnknown, "OK ProductVersion=\"3.1\"", {3, 1}},
+        VersionCase{"OldThreeParts", sUnknown, "OK ProductVersion=\"2, 2, 6\"", {}},
+        VersionCase{"OldFailed", sUnknown, "FAILED what?", {}}, VersionCase{"NoOld", sUnknown, "", {}}}) {
+    std::unique_ptr<ScriptServer> pOld;
+    if (!row.oldAnswer.empty()) {
+      pOld = std::make_unique<ScriptServer>(std::vector<ScriptServer::Script>{[&row](ScriptPeer& peer) {
+                                              peer.expect("getVersionString(nop=0)");
+                                              peer.send(row.oldAnswer + "\r\n");
+                                              peer.awaitEnd();
+                                            }},
+                                            4001);
+    }
     ScriptServer server({versioned(row.answer)});
     JRPCClient client(settingsFor(server.port()));
     EXPECT_TRUE(client.isConnected()) << row.name;
     EXPECT_EQ(client.getServerVersion(), row.version) << row.name;
     EXPECT_EQ(client.getRemoteName(), "127.0.0.1");
-  }
-}
-
-/// The one test that uses the port of old servers, which is fixed.
-TEST(RpcConnect, AsksOldServersOnTheirOwnPortAndGoesOnWithoutAVersionWhenThereIsNone) {
-  for (const VersionCase& row : {VersionCase{"FourParts", "OK ProductVersion=\"2, 2, 6, 0\"", {2, 2}},
-                                 VersionCase{"Version", "OK ProductVersion=\"3.1\"", {3, 1}},
-                                 VersionCase{"ThreeParts", "OK ProductVersion=\"2, 2, 6\"", {0, 0}},
-                                 VersionCase{"Failed", "FAILED what?", {0, 0}},
-                                 VersionCase{"Nothing", "OK ", {0, 0}}, VersionCase{"NobodyThere", "", {}}}) {
-    std::unique_ptr<ScriptServer> pOld;
-    if (!row.answer.empty()) {
-      pOld = std::make_unique<ScriptServer>(std::vector<ScriptServer::Script>{[&row](ScriptPeer& peer) {
-                                              peer.expect("getVersionString(nop=0)");
-                                              peer.send(row.answer + "\r\n");
-                                              peer.awaitEnd();
-                                            }},
-                                            4001);
-    }
-    ScriptServer server({versioned("FAILED ProtocolError: unknown function 'getRPCVersion'")});
-    JRPCClient client(settingsFor(server.port()));
-    EXPECT_TRUE(client.isConnected()) << row.name;
-    EXPECT_EQ(client.getServerVersion(), row.version) << row.name;
   }
 }
 

@@ -116,16 +116,6 @@ TEST(RpcServer, AnswersEveryRequestAndServesOn) {
   }
 }
 
-TEST(RpcServer, PipelinedRequestsAreAnsweredInOrder) {
-  TestService service;
-  RawClient client(service.getPort());
-  client.send("echo(a=1)\nPING\r\necho(a=2)\r\nech");
-  EXPECT_EQ(client.line(), "OK a=1");
-  EXPECT_EQ(client.line(), "PONG");
-  EXPECT_EQ(client.line(), "OK a=2");
-  EXPECT_EQ(client.ask("o(a=3)"), "OK a=3");
-}
-
 TEST(RpcServer, EveryConnectionHasAnIdOfItsOwnAndIsOpenedAndClosedOnce) {
   TestService service;
   std::set<std::string> ids;

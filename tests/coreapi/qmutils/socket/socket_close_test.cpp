@@ -190,21 +190,4 @@ TEST(ClosingASocket, KeepsItsNumberFromOthersUntilTheLastCallHasLeft) {
   }
 }
 
-TEST(ClosingASocket, HappensOnceHoweverManyTry) {
-  LogLines log;
-  for (int iRound = 0; iRound < kRounds / 10; ++iRound) {
-    JTCPSocket socket;
-    const std::string sLine = "Closed socket '" + std::to_string(socket.getHandle()) + "'";
-    const auto iBefore = log.count(18, sLine);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-      threads.emplace_back([&] { socket.close(); });
-    }
-    for (std::thread& thread : threads) {
-      thread.join();
-    }
-    EXPECT_EQ(log.count(18, sLine), iBefore + 1);
-  }
-}
-
 }  // namespace

@@ -105,20 +105,6 @@ TEST(TCPSocket, ResetsTheConnectionWhenItsMakerCloses) {
       << "and no signal ends the process";
 }
 
-TEST(TCPSocket, AcceptedConnectionsDoNotInheritTheReset) {
-  Connection connection;
-  linger setting{};
-  int iLength = sizeof setting;
-  connection.client.getOption(SOL_SOCKET, SO_LINGER, &setting, iLength);
-  EXPECT_TRUE(setting.l_onoff != 0 && setting.l_linger == 0);
-  connection.pServer->getOption(SOL_SOCKET, SO_LINGER, &setting, iLength);
-  EXPECT_EQ(setting.l_onoff, 0);
-  int iProbe = 0;
-  iLength = sizeof iProbe;
-  connection.pServer->getOption(IPPROTO_TCP, TCP_KEEPIDLE, &iProbe, iLength);
-  EXPECT_EQ(iProbe, 3);
-}
-
 TEST(TCPSocket, WritesEverythingThroughASmallWindow) {
   Connection connection;
   const std::string sFirst = pattern(3'000'000);
@@ -270,6 +256,11 @@ TEST(TCPSocket, LogsItsLife) {
   EXPECT_EQ(*pPeer, *silent.getLocalAddress());
   const auto* pTcp = dynamic_cast<JTCPSocket*>(pServer.get());
   ASSERT_NE(pTcp, nullptr);
+  EXPECT_GE(pTcp->getMTU(), 536U);
+  int iProbe = 0;
+  int iLength = sizeof iProbe;
+  pTcp->getOption(IPPROTO_TCP, TCP_KEEPIDLE, &iProbe, iLength);
+  EXPECT_EQ(iProbe, 3);
   const std::string sServer = std::to_string(pTcp->getHandle());
   pServer->setWriteTimeout(7);
   pServer->shutdownWrite();
@@ -286,15 +277,6 @@ TEST(TCPSocket, LogsItsLife) {
                 "18 Shut down socket '" + sServer + "'",
                 "18 Closed socket '" + sServer + "'",
             }));
-}
-
-TEST(TCPSocket, SharesNoNameWithAnother) {
-  const JTCPSocket first(nullptr, "twin");
-  const JTCPSocket second(nullptr, "twin");
-  const JSocket plain;
-  EXPECT_EQ(first.getName(), "twin");
-  EXPECT_EQ(second.getName(), "twin[" + std::to_string(second.getId()) + "]");
-  EXPECT_TRUE(plain.getName().starts_with("JSocket"));
 }
 
 TEST(TCPSocket, TellsHowAnAsynchronousWriteEnded) {
@@ -319,26 +301,6 @@ TEST(TCPSocket, TellsHowAnAsynchronousWriteEnded) {
                       "system call error at function 'send' : An operation was attempted on something "
                       "that is not a socket"),
             1);
-}
-
-TEST(TCPSocket, HasTheDefaultsOfAChannelWithoutFraming) {
-  Connection connection;
-  JTCPSocket& socket = connection.client;
-  std::uint64_t uFirst = 1;
-  std::uint64_t uThird = 3;
-  socket.getStatistics(&uFirst, nullptr, &uThird);
-  EXPECT_EQ(uFirst + uThird, 0U);
-  EXPECT_EQ(socket.skip(1), -1);
-  EXPECT_EQ(socket.rewind(), -1);
-  EXPECT_FALSE(socket.tearDown());
-  EXPECT_EQ(socket.getAlignment(), 0U);
-  EXPECT_EQ(socket.getHeaderSize(), 0U);
-  EXPECT_EQ(socket.getTimeOrigin(), JTime());
-  EXPECT_EQ(&socket.getTimeOrigin(), &connection.pServer->getTimeOrigin());
-  EXPECT_EQ(socket.getProtocol(), "tcp");
-  EXPECT_EQ(JSocket().getProtocol(), "");
-  EXPECT_GE(socket.getMTU(), 536U);
-  EXPECT_GE(JTCPSocket().getMTU(), 24U);
 }
 
 TEST(IoBufIterator, WalksACopyOfTheBuffers) {
