@@ -74,10 +74,22 @@ class Host : public JRPCNotifyWithContext {
   std::vector<std::string> m_events;
 };
 
+class CountingHook : public JRPCHook {
+ public:
+  bool intercept(JRPCClient& /*client*/, std::string_view /*sRequest*/, const JRPCVersion& /*version*/,
+                 std::string& /*sAnswer*/) override {
+    ++iSeen;
+    return false;
+  }
+  int iSeen = 0;
+};
+
 TEST(RpcController, ANonBlockingConnectTellsItsOutcomeByAnEvent) {
   ScriptServer server({answering("4.3")});
+  CountingHook hook;
   Host host;
   JRPCController controller(&host, server.port(), "127.0.0.1");
+  controller.setHook(&hook);
   std::string sParams = "untouched";
   EXPECT_EQ(controller.getStatus(), 0);
   EXPECT_EQ(controller.setParams("a=1"), -1);
@@ -93,6 +105,7 @@ TEST(RpcController, ANonBlockingConnectTellsItsOutcomeByAnEvent) {
   EXPECT_EQ(controller.setParams(" a=1 "), 0);
   EXPECT_EQ(controller.getParams(sParams), 0);
   EXPECT_EQ(sParams, "line=\"getParams(nop=0)\"");
+  EXPECT_EQ(hook.iSeen, 2) << "every call from the link-up on";
   controller.disconnect();
   EXPECT_EQ(controller.getStatus(), 0);
   EXPECT_EQ(controller.getServerVersion(iMajor, iMinor), -1);
@@ -114,8 +127,12 @@ TEST(RpcController, ABlockingConnectTellsItsOutcomeByItsResult) {
                           qm_platform::FaultKind::kError, EAGAIN, false});
   EXPECT_EQ(controller.connect(), -1);
   EXPECT_TRUE(qm_platform::disarmFaults());
+  CountingHook hook;
+  controller.setHook(&hook);
   EXPECT_EQ(controller.connect(), 0);
   EXPECT_EQ(controller.getStatus(), 2);
+  EXPECT_EQ(controller.setParams("a=1"), 0);
+  EXPECT_EQ(hook.iSeen, 1);
   controller.setPort(qm_test::closedPort());
   EXPECT_EQ(controller.connect(), -1);
   EXPECT_EQ(controller.getStatus(), 0);
@@ -194,32 +211,6 @@ TEST(RpcController, ItsEventsMayCallBackIn) {
   JRPCController controller(&host, server.port(), "127.0.0.1");
   controller.connect();
   host.done.get_future().wait();
-}
-
-class CountingHook : public JRPCHook {
- public:
-  bool intercept(JRPCClient& /*client*/, std::string_view /*sRequest*/, const JRPCVersion& /*version*/,
-                 std::string& /*sAnswer*/) override {
-    ++iSeen;
-    return false;
-  }
-  std::atomic<int> iSeen{0};
-};
-
-TEST(RpcController, TheHookSeesCallsFromTheLinkUpOn) {
-  ScriptServer server({answering()});
-  CountingHook hook;
-  Host host;
-  JRPCController controller(&host, server.port(), "127.0.0.1");
-  controller.setHook(&hook);
-  for (const bool bBlocking : {false, true}) {
-    hook.iSeen = 0;
-    controller.setBlocking(bBlocking);
-    controller.connect();
-    host.waitFor(1);
-    EXPECT_EQ(controller.setParams("a=1"), 0);
-    EXPECT_EQ(hook.iSeen, 1);
-  }
 }
 
 // Cycles. Run under the thread sanitizer these are what proves the locking.

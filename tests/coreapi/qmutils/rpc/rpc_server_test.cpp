@@ -15,14 +15,12 @@
 #include "coreapi/qmutils/text/jtext.h"
 #include "tests/coreapi/qmutils/rpc/scriptserver.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/tcpfaultproxy.h"
 #include "tests/support/thrownby.h"
 
 namespace {
 
 using qm_test::RawClient;
 using qm_test::thrownBy;
-using testing::StartsWith;
 
 /// A service with a function for each way in which one can end.
 class TestService : public JRPCService {
@@ -234,26 +232,6 @@ TEST(RpcServerStop, AnyNumberOfClientsMayComeAndGoMeanwhile) {
       thread.join();
     }
   }
-}
-
-TEST(RpcServerFault, ARequestCutAtAnyByteHurtsOnlyItsOwnConnection) {
-  TestService service;
-  qm_test::TcpFaultProxy proxy(service.getPort());
-  for (const auto action : {qm_test::FaultRule::Action::kClose, qm_test::FaultRule::Action::kReset}) {
-    for (std::uint64_t uByte = 0; uByte <= 22; ++uByte) {
-      qm_test::FaultRule cut;
-      cut.afterBytes = uByte;
-      cut.action = action;
-      proxy.setRules(cut, {});
-      RawClient client(proxy.port());
-      thrownBy([&] { client.send("echo(a=1)\r\necho(a=2)\r\n"); });
-      for (std::string sLine = client.line(); sLine != "(end)"; sLine = client.line()) {
-        EXPECT_THAT(sLine, StartsWith("OK a="));
-      }
-    }
-  }
-  RawClient client(service.getPort());
-  EXPECT_EQ(client.ask("PING"), "PONG");
 }
 
 }  // namespace

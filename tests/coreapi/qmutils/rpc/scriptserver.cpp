@@ -55,6 +55,10 @@ void ScriptPeer::awaitEnd() {
   }
 }
 
+RawClient::RawClient(std::uint16_t uPort)
+    : ScriptPeer(new JTCPSocket(JInetAddr("127.0.0.1", uPort)), true),
+      m_pSocket(dynamic_cast<JTCPSocket*>(getSocket())) {}
+
 std::string RawClient::line() {
   std::string sLine = "(end)";
   thrownBy([&] { sLine = readLine().value_or(sLine); });
@@ -126,7 +130,7 @@ void ScriptServer::run() {
       pConnection->thread =
           std::thread([&script, &socket = *pConnection->pSocket, &done = pConnection->bDone] {
             try {
-              ScriptPeer peer(socket);
+              ScriptPeer peer(&socket, false);
               script(peer);
             } catch (JError* pError) {
               const qm_err::CaughtError error(pError);  // the client has gone

@@ -17,7 +17,7 @@ namespace qm_test {
 /// The peer's end of one connection, for a script.
 class ScriptPeer : public JLineIO {
  public:
-  explicit ScriptPeer(JIoSocket& socket) : JLineIO(kRequestLimit) { setSocket(&socket, false); }
+  ScriptPeer(JIoSocket* pSocket, bool bOwns) : JLineIO(kAnswerLimit) { setSocket(pSocket, bOwns); }
 
   /// The next line; empty at the end of the connection.
   std::string line();
@@ -42,13 +42,9 @@ class ScriptPeer : public JLineIO {
 };
 
 /// A line-wise client without any knowledge of the protocol.
-class RawClient : public JLineIO {
+class RawClient : public ScriptPeer {
  public:
-  explicit RawClient(std::uint16_t uPort) : JLineIO(kAnswerLimit), m_socket(JInetAddr("127.0.0.1", uPort)) {
-    setSocket(&m_socket, false);
-  }
-
-  void send(std::string_view sBytes) { m_socket.write(sBytes.data(), sBytes.size()); }
+  explicit RawClient(std::uint16_t uPort);
 
   /// The next line; "(end)" when the server has closed or the connection is gone.
   std::string line();
@@ -56,10 +52,10 @@ class RawClient : public JLineIO {
   /// Sends a line and returns the next one.
   std::string ask(std::string_view sLine);
 
-  JTCPSocket& socket() { return m_socket; }
+  JTCPSocket& socket() { return *m_pSocket; }
 
  private:
-  JTCPSocket m_socket;
+  JTCPSocket* m_pSocket;  ///< the line channel's own
 };
 
 /// A server of a few lines, on a free port of the loopback. Each connection runs the next script of the list,

@@ -201,21 +201,6 @@ TEST(TCPSocket, ReportsHowAConnectFailed) {
   EXPECT_EQ(failureOf([&] { JTCPSocket().connect(JInetAddr()); }).second, "WSAConnect");
 }
 
-TEST(TCPSocket, TimesOutWhenAHostDoesNotAnswer) {
-  // A listener whose queue is full leaves further connections unanswered.
-  JTCPSocket listener;
-  listener.bind(std::uint16_t{0});
-  listener.listen(0);
-  std::vector<std::unique_ptr<JTCPSocket>> clients;
-  std::string sError = "";
-  while (sError == "" && clients.size() < 16) {
-    clients.push_back(std::make_unique<JTCPSocket>());
-    clients.back()->setConnectTimeout(0);
-    sError = thrownBy([&] { clients.back()->connect(loopback(listener.getLocalPort())); });
-  }
-  EXPECT_EQ(sError, "Time out!");
-}
-
 TEST(TCPSocket, FailsUnderTheNameOfTheCall) {
   Connection connection;
   JTCPSocket second;
