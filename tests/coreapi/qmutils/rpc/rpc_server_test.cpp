@@ -114,20 +114,16 @@ TEST(RpcServer, AnswersEveryRequestAndServesOn) {
   }
 }
 
-TEST(RpcServer, EveryConnectionHasAnIdOfItsOwnAndIsOpenedAndClosedOnce) {
+TEST(RpcServer, EveryConnectionIsOpenedAndClosedOnceUnderAnIdOfItsOwn) {
   TestService service;
   std::set<std::string> ids;
   for (int iClient = 0; iClient < 50; ++iClient) {
-    RawClient client(service.getPort());
-    const std::string sId = client.ask("id()");
-    EXPECT_EQ(client.ask("id()"), sId);
-    ids.insert(sId);
+    ids.insert(RawClient(service.getPort()).ask("id()"));
   }
   service.stop();
   EXPECT_EQ(ids.size(), 50U);
   EXPECT_EQ(service.iOpened, 50);
   EXPECT_EQ(service.iClosed, 50);
-  EXPECT_EQ(service.getConnectionCount(), 0U);
 }
 
 /// A client that closes its writing side still gets every answer that it is owed, even though it goes on
