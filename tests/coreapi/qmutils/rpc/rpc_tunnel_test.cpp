@@ -65,6 +65,7 @@ TEST(RpcTunnelService, HandsAConnectionOverToAnyOtherService) {
   EXPECT_EQ(one.getConnectionCount(), 0U);
   EXPECT_EQ(pTwo->getConnectionCount(), 1U);
   EXPECT_EQ(client.ask(redirectTo(one)), "OK ");
+  EXPECT_EQ(client.ask("who()"), "OK who=\"one\"");
   pTwo.reset();
   EXPECT_EQ(client.ask("getServicePorts()"), "OK nServicePorts=0");
 }

@@ -92,11 +92,13 @@ ScriptServer::~ScriptServer() {
 }
 
 void ScriptServer::awaitIdle() {
-  // Connections are taken in order, and no script outlives its client; one may have reset this one already.
-  RawClient last(m_uPort);
-  thrownBy([&last] { last.socket().shutdownWrite(); });
-  while (last.line() != "(end)") {
-  }
+  // Connections are taken in order, and no script outlives its client; one may reset this one at any time.
+  thrownBy([this] {
+    RawClient last(m_uPort);
+    last.socket().shutdownWrite();
+    while (last.line() != "(end)") {
+    }
+  });
   const std::lock_guard lock(m_mutex);
   for (const auto& pConnection : m_connections) {
     pConnection->thread.join();
