@@ -167,10 +167,10 @@ int copyUnderWorkName(int from, const struct stat& origin, const std::string& to
   deleteFile(work);  // left by a thread of this number that was stopped
   Opened copy;
   int error = copy.open(work, {.access = FileAccess::kWrite, .creation = FileCreation::kNew});
-  if (error != 0) {
+  if (error == EEXIST) {
     return error;
   }
-  error = copyBytes(from, copy.get().descriptor);
+  error = error != 0 ? error : copyBytes(from, copy.get().descriptor);
   error = error != 0 ? error : finishCopy(copy.get().descriptor, origin);
   const int closed = copy.close();
   error = error != 0 ? error : closed;
