@@ -9,8 +9,8 @@ class JISocket;
 class JOSocket;
 
 /// The text form of keys, REGEDIT4, and the copying of keys. The routines stand on the two interfaces alone
-/// and so serve every tree. Without a tree they work on that of `JSystemRegistryKey`, and what they change is
-/// in its file when they return, or at the latest failed: a failure to write the file is thrown then.
+/// and so serve every tree. Without a tree they work on that of `JSystemRegistryKey`, and
+/// what they change is in its file when they return; a failure to write the file is thrown.
 ///
 /// Lines end in a line feed; CR LF is read as well.
 ///

@@ -4,12 +4,14 @@
 #include <exception>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "coreapi/platform/systemdirectory.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/registry/jlightreg.h"
 #include "coreapi/qmutils/registry/jregistrytext.h"
 #include "coreapi/qmutils/registry/registrypath.h"
+#include "coreapi/qmutils/socket/fileoperations.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 
 namespace qm_utils {
@@ -44,14 +46,17 @@ void clearBranch() {
   }
 }
 
-/// Puts what `work` writes durably in the place of the file.
+/// Puts what `work` writes in the place of a file, durably.
 template <typename Work>
 void replaceFile(const std::string& sPath, Work work) {
+  std::unique_ptr<JFileSocket> pFile = JFileSocket::OpenUpdateWithRollBack(sPath);
+  work(*pFile);
+  JFileSocket::CommitUpdateWithRollBack(std::move(pFile), sPath);
 }
 
 void writeBranch(const std::string& sPath) {
+  JLightRegistryKey().create(RegistryRoot::kLocalMachine, RegistryFile::kBranch);
   replaceFile(sPath, [](JOSocket& socket) {
-    JLightRegistryKey().create(RegistryRoot::kLocalMachine, RegistryFile::kBranch);
     exportRegistry(lightRegistryTree(), socket, fullPath(RegistryRoot::kLocalMachine, RegistryFile::kBranch));
   });
 }
@@ -87,7 +92,7 @@ std::string RegistryFile::currentPath() const {
 /// Reads a file in place of what the branch holds.
 void RegistryFile::load(const std::string& sPath) {
   m_bLoaded = false;
-  const std::unique_ptr<JFileSocket> pFile(JFileSocket::OpenReadWithRollBack(sPath));
+  const std::unique_ptr<JFileSocket> pFile = JFileSocket::OpenReadWithRollBack(sPath);
   m_sPath = sPath;
   m_bChanged = false;
   clearBranch();

@@ -25,8 +25,8 @@ class RegistryFile {
   static bool isBusyHere() noexcept;
 
   /// Reads the file in the system directory, if it is there and the branch wasn't read from anywhere yet. A
-  /// failure is logged, and what was read before it is in the tree; the file isn't tried again until something
-  /// is changed or the file is read anew.
+  /// failure is logged, and what was read before it is in the tree; the file isn't tried again until
+  /// something is changed or the file is read anew.
   void ensureRead();
 
   /// Reads the file that the branch came from again in place of what the branch holds; without a file the
@@ -41,8 +41,8 @@ class RegistryFile {
   void change(Work work) {
     const Section section(*this);
     prepareChange();
-    m_bChanged = true;
     work();
+    m_bChanged = true;
   }
 
   /// Writes the branch into the file if it was changed. A failure is thrown, and the change stays pending.
