@@ -244,6 +244,11 @@ bool JLightRegistryKey::isNull() const {
   return !m_pNode;
 }
 
+bool JLightRegistryKey::isDeleted() const {
+  const JAutoLock lock(treeMutex());
+  return openNode()->bDeleted;
+}
+
 void JLightRegistryKey::getSubKeys(std::vector<std::string>& names) const {
   const JAutoLock lock(treeMutex());
   const Node& node = *openNode();

@@ -51,6 +51,9 @@ class JLightRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils:
 
   bool isNull() const override;
 
+  /// Whether the key that is open was deleted, with no word on whether there is a new one of its path.
+  bool isDeleted() const;
+
   void getSubKeys(std::vector<std::string>& names) const override;
   void getSubKeys(std::unique_ptr<qm_utils::RegistryKeyRecord[]>& pRecords,
                   std::size_t& uCount) const override;

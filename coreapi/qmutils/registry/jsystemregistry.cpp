@@ -114,16 +114,22 @@ void JSystemRegistryKey::requireChangeable(const char* szFunction, const std::st
 }
 
 /// Runs a change of the key, or with a path of a key below it. What is kept in the file is changed under the
-/// file's lock.
+/// file's lock. The file may have been read since the key was opened: the change goes to the key that stands
+/// at its path now.
 template <typename Work>
 void JSystemRegistryKey::change(const char* szFunction, const std::string& sWhat, const std::string& sSubPath,
                                 Work work) {
   requireChangeable(szFunction, sWhat);
-  if (isKept(m_root, joinPath(m_sPath, sSubPath))) {
-    RegistryFile::get().change([&] { work(m_key); });
-  } else {
+  if (!isKept(m_root, joinPath(m_sPath, sSubPath))) {
     work(m_key);
+    return;
   }
+  RegistryFile::get().change([&] {
+    if (m_key.isDeleted() && !m_key.open(m_root, m_sPath, true)) {
+      fail(ENOENT, szFunction, m_root, sWhat);
+    }
+    work(m_key);
+  });
 }
 
 /// Fails when a value that was asked for isn't there.
@@ -178,22 +184,28 @@ bool JSystemRegistryKey::open(const JSystemRegistryKey& parent, const std::strin
   return openAt(bFound, key, parent.m_root, std::string(parent.m_sPath), sPath, uAccess, bTolerant);
 }
 
-/// Opens a key below another one, and makes it if it isn't there.
-bool JSystemRegistryKey::createAt(const JLightRegistryKey& parent, RegistryRoot root,
-                                  const std::string& sParentPath, const std::string& sPath,
-                                  std::uint32_t uAccess) {
+/// Opens a key below another one, and makes it if it isn't there. In the file it is made below the key that
+/// stands at the other one's path now, as in `change`.
+bool JSystemRegistryKey::createAt(JLightRegistryKey parent, RegistryRoot root, const std::string& sParentPath,
+                                  const std::string& sPath, std::uint32_t uAccess) {
   const std::string sFullPath = joinPath(sParentPath, sPath);
   JLightRegistryKey key;
   bool bNew = false;
-  if (!key.open(parent, sPath, true)) {
-    const auto work = [&] { bNew = key.create(parent, sPath); };
-    if (!isKept(root, sFullPath)) {
-      work();
-    } else if (hasTextForm(sFullPath)) {
-      RegistryFile::get().change(work);
-    } else {
-      fail(EINVAL, kCreateKey, root, sPath);
-    }
+  if (key.open(parent, sPath, true)) {
+    adopt(key, root, sFullPath, uAccess);
+    return false;
+  }
+  if (!isKept(root, sFullPath)) {
+    bNew = key.create(parent, sPath);
+  } else if (hasTextForm(sFullPath)) {
+    RegistryFile::get().change([&] {
+      if (parent.isDeleted() && !parent.open(root, sParentPath, true)) {
+        fail(ENOENT, kCreateKey, root, sPath);
+      }
+      bNew = key.create(parent, sPath);
+    });
+  } else {
+    fail(EINVAL, kCreateKey, root, sPath);
   }
   adopt(key, root, sFullPath, uAccess);
   return bNew;
@@ -209,8 +221,8 @@ bool JSystemRegistryKey::create(RegistryRoot root, const std::string& sPath, std
 bool JSystemRegistryKey::create(const JSystemRegistryKey& parent, const std::string& sPath,
                                 std::uint32_t uAccess) {
   parent.requireChangeable(kCreateKey, sPath);
-  const JLightRegistryKey top = parent.m_key;  // the parent may be this object
-  return createAt(top, parent.m_root, std::string(parent.m_sPath), sPath, uAccess);
+  // The parent may be this object.
+  return createAt(parent.m_key, parent.m_root, std::string(parent.m_sPath), sPath, uAccess);
 }
 
 void JSystemRegistryKey::reload() {

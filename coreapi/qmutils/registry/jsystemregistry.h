@@ -39,9 +39,9 @@ class JSystemRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils
   JSystemRegistryKey(const JSystemRegistryKey&) = default;
   JSystemRegistryKey& operator=(const JSystemRegistryKey&) = default;
 
-  /// Reads the file again, in place of the whole branch "SOFTWARE": key objects that are open in it then hold
-  /// deleted keys. Changes that weren't written are given up. Throws when the file can't be opened, and
-  /// nothing has changed then, or can't be read as a whole.
+  /// Reads the file again, in place of the whole branch "SOFTWARE": key objects that are open in it go on
+  /// reading what was there before, and change what is there now. Changes that weren't written are given up.
+  /// Throws when the file can't be opened, and nothing has changed then, or can't be read as a whole.
   static void reload();
 
   /// Opens a key by its path from a root or from another key. With `bTolerant` a key that doesn't exist gives
@@ -122,7 +122,7 @@ class JSystemRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils
                        std::size_t uSize) const;
   template <typename Work>
   void change(const char* szFunction, const std::string& sWhat, const std::string& sSubPath, Work work);
-  bool createAt(const JLightRegistryKey& parent, qm_utils::RegistryRoot root, const std::string& sParentPath,
+  bool createAt(JLightRegistryKey parent, qm_utils::RegistryRoot root, const std::string& sParentPath,
                 const std::string& sPath, std::uint32_t uAccess);
   void adopt(const JLightRegistryKey& key, qm_utils::RegistryRoot root, const std::string& sPath,
              std::uint32_t uAccess);
