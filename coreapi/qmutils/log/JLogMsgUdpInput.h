@@ -17,9 +17,14 @@ class JLogMsgUdpInput : public JLogGenericMsgInput {
   JLogMsgUdpInput(const std::string& sName, std::uint16_t uPort, int iBufferSize, bool bStart = true);
   ~JLogMsgUdpInput() override;
 
+  /// As in the base class, and wakes a read that waits.
+  bool stop(int iTimeout, bool bWait) override;
+
   /// The port that records are taken on.
   std::uint16_t getPort() const noexcept { return m_uPort; }
 
  private:
+  void wake() const;
+
   std::uint16_t m_uPort;
 };

@@ -9,6 +9,7 @@
 #include "coreapi/qmutils/registry/jregistrytext.h"
 #include "coreapi/qmutils/registry/registryfile.h"
 #include "coreapi/qmutils/registry/registrypath.h"
+#include "coreapi/qmutils/registry/registrytextform.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 
 using qm_utils::joinPath;
@@ -53,42 +54,6 @@ bool isKept(RegistryRoot root, std::string_view path) {
   std::string_view name;
   return root == RegistryRoot::kLocalMachine && qm_utils::nextName(path, name) &&
          name == RegistryFile::kBranch;
-}
-
-bool hasLineBreak(std::string_view text) {
-  return text.find('\n') != std::string_view::npos;
-}
-
-/// Whether the text form has a place for values of a type.
-bool isTextType(std::uint32_t uType) {
-  switch (uType) {
-    case qm_utils::kRegSz:
-    case qm_utils::kRegExpandSz:
-    case qm_utils::kRegBinary:
-    case qm_utils::kRegDword:
-    case qm_utils::kRegMultiSz:
-      return true;
-    default:
-      return false;
-  }
-}
-
-/// Whether a value comes back as it is when it is written as a line of text and read again; but for the
-/// types that are read as plain texts.
-bool hasTextForm(const std::string& sName, std::uint32_t uType, std::string_view data) {
-  constexpr std::size_t kTextPerByte = 3;  // two digits and a comma, which is more than a text needs
-  constexpr std::size_t kAround = 16;      // quotes, "=" and the mark of the type
-  return isTextType(uType) && sName.find('"') == std::string::npos && !hasLineBreak(sName) &&
-         (uType == qm_utils::kRegBinary || uType == qm_utils::kRegDword || !hasLineBreak(data)) &&
-         sName.size() <= qm_utils::kRegistryLineLimit / 2 &&
-         data.size() <= (qm_utils::kRegistryLineLimit / 2 - kAround) / kTextPerByte;
-}
-
-/// Whether the line of a key with such a path can be read again.
-bool hasTextForm(const std::string& sPath) {
-  constexpr std::size_t kAround = 32;  // brackets and the name of the root
-  return !hasLineBreak(sPath) && sPath.size() <= qm_utils::kRegistryLineLimit - kAround &&
-         qm_utils::countNames(sPath) <= qm_utils::kRegistryDepthLimit;
 }
 
 }  // namespace
@@ -197,7 +162,7 @@ bool JSystemRegistryKey::createAt(JLightRegistryKey parent, RegistryRoot root, c
   }
   if (!isKept(root, sFullPath)) {
     bNew = key.create(parent, sPath);
-  } else if (hasTextForm(sFullPath)) {
+  } else if (qm_utils::hasTextForm(sFullPath)) {
     RegistryFile::get().change([&] {
       if (parent.isDeleted() && !parent.open(root, sParentPath, true)) {
         fail(ENOENT, kCreateKey, root, sPath);
@@ -397,7 +362,8 @@ void JSystemRegistryKey::deleteKey(const std::string& sName) {
 void JSystemRegistryKey::requireTextForm(const std::string& sName, std::uint32_t uType, const void* pData,
                                          std::size_t uSize) const {
   const std::string_view data(static_cast<const char*>(pData), pData != nullptr ? uSize : 0);
-  if (isKept(m_root, m_sPath) && !hasTextForm(sName, uType, data)) {
+  if (isKept(m_root, m_sPath) &&
+      !(qm_utils::isTextType(uType) && qm_utils::hasTextForm(sName, uType, data))) {
     fail(EINVAL, kSetValue, m_root, sName);
   }
 }

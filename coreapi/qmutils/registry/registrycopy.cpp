@@ -3,19 +3,11 @@
 #include <vector>
 
 #include "coreapi/qmutils/registry/jregistrytext.h"
+#include "coreapi/qmutils/registry/registrybranch.h"
 #include "coreapi/qmutils/registry/registrypath.h"
 
 namespace qm_utils {
 
-namespace {
-
-/// A key as it was read.
-struct KeyCopy {
-  std::string sPath;  ///< from the key that is copied
-  std::vector<RegistryValue> values;
-};
-
-/// Reads a key and everything under it, each key before its sub-keys.
 std::vector<KeyCopy> readBranch(std::unique_ptr<IRegistryReadAccess> pTop) {
   std::vector<KeyCopy> copies;
   std::vector<std::pair<std::string, std::unique_ptr<IRegistryReadAccess>>> waiting;
@@ -36,8 +28,6 @@ std::vector<KeyCopy> readBranch(std::unique_ptr<IRegistryReadAccess> pTop) {
   }
   return copies;
 }
-
-}  // namespace
 
 bool copyKey(const IRegistryTree& tree, RegistryRoot destinationRoot, const std::string& sDestination,
              RegistryRoot sourceRoot, const std::string& sSource, bool bMerge, bool bTolerant) {

@@ -10,7 +10,9 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/registry/jlightreg.h"
 #include "coreapi/qmutils/registry/jregistrytext.h"
+#include "coreapi/qmutils/registry/registrybranch.h"
 #include "coreapi/qmutils/registry/registrypath.h"
+#include "coreapi/qmutils/registry/registrytextform.h"
 #include "coreapi/qmutils/socket/fileoperations.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 
@@ -54,8 +56,28 @@ void replaceFile(const std::string& sPath, Work work) {
   JFileSocket::CommitUpdateWithRollBack(std::move(pFile), sPath);
 }
 
+/// Fails when the branch holds what the file would give back in another form, or not at all. Keys in memory,
+/// and names without quotes in a file that was written by hand, may hold anything.
+void requireTextForm() {
+  std::unique_ptr<IRegistryReadAccess> pTop =
+      lightRegistryTree().openKey(RegistryRoot::kLocalMachine, RegistryFile::kBranch, false);
+  for (const KeyCopy& copy : readBranch(std::move(pTop))) {
+    if (!hasTextForm(joinPath(RegistryFile::kBranch, copy.sPath))) {
+      QM_THROW(JTextError, "The configuration file can't hold the key '%s'", copy.sPath.c_str());
+    }
+    for (const RegistryValue& value : copy.values) {
+      const std::string_view data(reinterpret_cast<const char*>(value.data.data()), value.data.size());
+      if (isTextType(value.uType) && !hasTextForm(value.sName, value.uType, data)) {
+        QM_THROW(JTextError, "The configuration file can't hold the value '%s' of the key '%s'",
+                 value.sName.c_str(), copy.sPath.c_str());
+      }
+    }
+  }
+}
+
 void writeBranch(const std::string& sPath) {
   JLightRegistryKey().create(RegistryRoot::kLocalMachine, RegistryFile::kBranch);
+  requireTextForm();
   replaceFile(sPath, [](JOSocket& socket) {
     exportRegistry(lightRegistryTree(), socket, fullPath(RegistryRoot::kLocalMachine, RegistryFile::kBranch));
   });

@@ -235,6 +235,21 @@ TEST_F(ConfigFile, LightKeysReadItFirstAndWriteItThen) {
             "Cannot create new value 'new' for deleted key 'RegistryTest'");
 }
 
+TEST_F(ConfigFile, IsNeverReplacedByWhatCannotBeReadAgain) {
+  const std::string sByHand = fileWith("a\"b=dword:1\n");
+  write(sByHand);
+  EXPECT_THAT(errorOf([] { setNumber(7); }), HasSubstr("can't hold the value 'a\"b'"));
+  EXPECT_EQ(contents(), sByHand);
+  write(fileWith("a=dword:1\n"));
+  JSystemRegistryKey::reload();
+  setNumber(7);
+  JLightRegistryKey key;
+  key.open(kRoot, kKey);
+  key.setString("s", "line\nbreak");
+  EXPECT_THAT(errorOf([&] { key.flush(); }), HasSubstr("can't hold the value 's'"));
+  EXPECT_EQ(contents(), fileWith("\"a\"=dword:00000001\n\"n\"=dword:00000007\n"));
+}
+
 TEST_F(ConfigFile, RoutinesThatChangeManyKeysLeaveThemInIt) {
   const std::string sText =
       m_directory.write("in.reg", "[HKEY_USERS]\nn=dword:1\n[HKEY_USERS\\a]\n[HKEY_USERS\\b]\n");
