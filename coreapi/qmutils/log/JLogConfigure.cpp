@@ -109,17 +109,18 @@ class Configuration {
  public:
   explicit Configuration(std::uint32_t uFlags) : m_uFlags(uFlags) {}
 
-  /// Lets the input of the master come or go.
-  void updateMaster() {
-    const bool bWanted = has(JLog::kMaster);
-    if (!bWanted) {
-      removeMaster();
-    } else if (!hasMaster()) {
+  /// Lets the input of the master come or go. One that goes is the caller's to end.
+  std::shared_ptr<JLog::GenericInput> updateMaster() {
+    if (!has(JLog::kMaster)) {
+      return takeMaster();
+    }
+    if (!hasMaster()) {
       attempt(kMasterName, [] {
         JLog::addLogInput(
             std::make_unique<JLogMsgUdpInput>(kMasterName, JLog::kMasterPort, JLog::kMasterBuffer));
       });
     }
+    return nullptr;
   }
 
   void addOutputs() {
@@ -173,15 +174,16 @@ class Configuration {
     return findMaster(state) != state.inputs.end();
   }
 
-  static void removeMaster() {
-    std::shared_ptr<JLog::GenericInput> pMaster;  // it ends behind the lock
+  static std::shared_ptr<JLog::GenericInput> takeMaster() {
     LogState& state = logState();
     const JAutoLock lock(state.mutex);
+    std::shared_ptr<JLog::GenericInput> pMaster;
     const auto found = findMaster(state);
     if (found != state.inputs.end()) {
       pMaster = std::move(*found);
       state.inputs.erase(found);
     }
+    return pMaster;
   }
 
   template <typename Step>
@@ -214,35 +216,44 @@ std::uint32_t effectiveFlags(std::uint32_t uFlags) {
   return uFlags == JLog::kNoChange ? kFirstFlags : uFlags;
 }
 
-}  // namespace
-
-void JLog::init(std::uint32_t uFlags, const std::string& sKeyPath, qm_utils::RegistryRoot root) {
-  LogState& state = logState();
-  const JAutoLock configuring(state.configuring);
-  {
-    const JAutoLock lock(state.mutex);
-    state.sKeyPath = sKeyPath;
-    state.root = root;
-  }
-  configure(uFlags);
-}
-
-void JLog::configure(std::uint32_t uFlags) {
-  LogState& state = logState();
-  const JAutoLock configuring(state.configuring);
+/// Configures the log; `configuring` is held. Returns an input that is to end when it isn't held any more: a
+/// thread of it may be waiting for a configuration of its own.
+std::shared_ptr<JLog::GenericInput> run(LogState& state, std::uint32_t uFlags) {
   state.bInitialised = true;
   uFlags = effectiveFlags(uFlags);
   const qm_utils::KeptBackRecords forNewOutputs;
   Configuration configuration(uFlags);
-  configuration.updateMaster();
-  stopOutputs(kReplaceTimeout, true);
-  deleteOutputs();
+  std::shared_ptr<JLog::GenericInput> pEnded = configuration.updateMaster();
+  JLog::stopOutputs(kReplaceTimeout, true);
+  JLog::deleteOutputs();
   configuration.addOutputs();
   {
     const JAutoLock lock(state.mutex);
     state.uFlags = uFlags;
   }
   state.bReady.store(true, std::memory_order_release);
+  return pEnded;
+}
+
+}  // namespace
+
+void JLog::init(std::uint32_t uFlags, const std::string& sKeyPath, qm_utils::RegistryRoot root) {
+  LogState& state = logState();
+  std::shared_ptr<GenericInput> pEnded;
+  const JAutoLock configuring(state.configuring);
+  {
+    const JAutoLock lock(state.mutex);
+    state.sKeyPath = sKeyPath;
+    state.root = root;
+  }
+  pEnded = run(state, uFlags);
+}
+
+void JLog::configure(std::uint32_t uFlags) {
+  LogState& state = logState();
+  std::shared_ptr<GenericInput> pEnded;
+  const JAutoLock configuring(state.configuring);
+  pEnded = run(state, uFlags);
 }
 
 void JLog::reload() {

@@ -130,6 +130,7 @@ bool RegistryFile::loadIfThere(const std::string& sPath) {
   } catch (JSysError* pError) {
     qm_err::CaughtError error(pError);
     if (pError->getCode() != ENOENT && pError->getCode() != ENOTDIR) {
+      m_sPath = sPath;
       error.rethrow();
     }
     return false;
