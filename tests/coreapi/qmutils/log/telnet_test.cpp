@@ -76,11 +76,13 @@ TEST_F(LogTelnet, WritesEachLineToAllClientsOfThePort) {
   second.write(makeRecord("c"));
   EXPECT_EQ(one.take(5), "2:c\r\n");
   one.close();
-  const PlainClient three(first.getPort());  // finds that the first one is gone
-  awaitClients(first, 2);
+  const PlainClient three(first.getPort());  // the server finds that the first one is gone
+  const PlainClient four(first.getPort());
+  awaitClients(first, 3);
   first.write(makeRecord("d"));
   EXPECT_EQ(two.take(10), "2:c\r\n1:d\r\n");
   EXPECT_EQ(three.take(5), "1:d\r\n");
+  EXPECT_EQ(four.take(5), "1:d\r\n");
 }
 
 TEST_F(LogTelnet, GivesItsPortUpWhenNoOutputHasItAnyMore) {
