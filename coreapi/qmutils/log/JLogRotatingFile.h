@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "coreapi/qmutils/log/JLogOutput.h"
 

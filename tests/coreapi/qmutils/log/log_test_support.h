@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "coreapi/qmutils/log/JInProcessForwardOutput.h"
 #include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/log/JLogMsg.h"
 #include "coreapi/qmutils/log/JLogThreadedOutput.h"
@@ -139,6 +140,14 @@ class JournalOutput : public JLog::GenericOutput {
 
  private:
   std::shared_ptr<Journal<JLog::Msg>> m_pJournal;
+};
+
+/// Takes the lines of an output in the same process.
+class JournalReceiver : public qm_utils::ILogReceiver {
+ public:
+  void receive(const std::string& sLine) override { lines.add(sLine); }
+
+  Journal<std::string> lines;
 };
 
 /// A key of the configuration with these values, for as long as this lives.

@@ -5,7 +5,6 @@
 #include <thread>
 #include <unistd.h>
 
-#include "coreapi/qmutils/log/JInProcessForwardOutput.h"
 #include "coreapi/qmutils/log/JTelnetOutput.h"
 #include "coreapi/qmutils/socket/jtcpsocket.h"
 #include "tests/coreapi/qmutils/log/log_test_support.h"
@@ -132,16 +131,9 @@ TEST_F(LogTelnet, TellsWhatKeepsItFromListening) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-class JournalReceiver : public qm_utils::ILogReceiver {
- public:
-  void receive(const std::string& sLine) override { lines.add(sLine); }
-
-  qm_test::Journal<std::string> lines;
-};
-
 TEST(LogInProcess, PassesLinesToWhoeverIsRegisteredAtThatTime) {
-  const auto pFirst = std::make_shared<JournalReceiver>();
-  const auto pSecond = std::make_shared<JournalReceiver>();
+  const auto pFirst = std::make_shared<qm_test::JournalReceiver>();
+  const auto pSecond = std::make_shared<qm_test::JournalReceiver>();
   JInProcessForwardOutput output("a",
                                  qm_test::TestKey({{"ReceiverID", "test"}, {"Format", "<%m>"}}, {}).get());
   JInProcessForwardOutput::setReceiver("test", pFirst);

@@ -6,13 +6,10 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "coreapi/qmutils/error/jgenericerror.h"
-#include "coreapi/qmutils/log/JInProcessForwardOutput.h"
 #include "coreapi/qmutils/log/JLogMsgUdpInput.h"
 #include "coreapi/qmutils/log/JLogMsgUdpOutput.h"
 #include "coreapi/qmutils/socket/judpsocket.h"
 #include "tests/coreapi/qmutils/log/log_test_support.h"
-#include "tests/support/logcapture.h"
 #include "tests/support/udpfaultproxy.h"
 
 namespace {
@@ -131,27 +128,6 @@ TEST_F(LogUdp, ReceiverThatComesLateIsToldWhatItMissed) {
               ElementsAre("### LOG OVERFLOW, LOST 1 MESSAGES ###", "arrives"));
 }
 
-TEST_F(LogUdp, RefusesWhatCannotWork) {
-  const auto textOf = [](auto make) {
-    try {
-      make();
-    } catch (JGenericErrorBase* pError) {
-      const qm_err::CaughtError error(pError);
-      return pError->getPlainMessage();
-    }
-    return std::string();
-  };
-  EXPECT_EQ(textOf([] { JLogMsgUdpOutput("a", "127.0.0.1", 9, -1); }),
-            "new JLogGenericMsgOutput(a, -1) couldn't malloc the buffer");
-  EXPECT_EQ(textOf([] { JLogMsgUdpInput("b", 0, -1); }),
-            "new JLogGenericMsgInput(b, -1) couldn't malloc the buffer");
-  const qm_test::LogCapture log;
-  JLogMsgUdpOutput output("c", "", 9, kBuffer, 10, 0, false);
-  EXPECT_TRUE(log.has(qm_err::kLogWarning, "JLogMsgUdpOutput(c): empty \"Server\" field"));
-  output.write(makeRecord("dropped"));
-  EXPECT_EQ(output.getLostCount(), 0U);
-}
-
 // ---------------------------------------------------------------------------------------------------------
 
 /// The one port of the machine's master: held by one test at a time, whoever runs it.
@@ -195,15 +171,8 @@ TEST_F(LogMaster, SlaveSendsItsRecordsAndTheOrderToReload) {
   EXPECT_THAT(messages, ElementsAre("from a slave", "RELOAD_CONFIG"));
 }
 
-class JournalReceiver : public qm_utils::ILogReceiver {
- public:
-  void receive(const std::string& sLine) override { lines.add(sLine); }
-
-  qm_test::Journal<std::string> lines;
-};
-
 TEST_F(LogMaster, TakesRecordsAndReadsItsConfigurationAgainFromTheFile) {
-  const auto pReceiver = std::make_shared<JournalReceiver>();
+  const auto pReceiver = std::make_shared<qm_test::JournalReceiver>();
   JInProcessForwardOutput::setReceiver("master", pReceiver);
   const std::string sFile = std::string(std::getenv("QM_SYSTEM_DIR")) + "/software.reg";
   const std::string sText =
