@@ -36,10 +36,10 @@ TEST_F(SystemKey, NamesWhatDoesNotExist) {
 }
 
 TEST_F(SystemKey, ChangesOnlyWhatIsOpenForIt) {
-  m_key.setQword("q", 5);
+  m_key.setDword("n", 5);
   JSystemRegistryKey reader;
   reader.open(kRoot, kTestKey);
-  EXPECT_EQ(reader.getQword("q"), 5U);
+  EXPECT_EQ(reader.getDword("n"), 5U);
   EXPECT_EQ(failureOf([&] { reader.setDword("d", 1); }),
             (Failure{EACCES, "Function=RegSetValueEx, key=HKEY_LOCAL_MACHINE\\d"}));
   EXPECT_EQ(failureOf([&] { JSystemRegistryKey().create(reader, "sub"); }).first,
