@@ -31,17 +31,16 @@ std::string read() {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// Reads the file and then what the log has made of it.
+/// Reads the file, then what the log has made of it, and that once more. (Dates behind the year 9999 are
+/// stored as earlier ones, so that the first two may differ in their order.)
 template <class Log>
-void readTwice(const std::string& sContent) {
+void readAgain(const std::string& sContent) {
   write(sContent);
-  const Log log(fileName());
+  const Log first(fileName());
+  const Log second(fileName());
   const std::string sStored = read();
-  const Log again(fileName());
-  if (read() != sStored) {
-    std::abort();
-  }
-  if (sStored != sContent && log.getRecords().size() != again.getRecords().size()) {
+  const Log third(fileName());
+  if (first.getRecords().size() != third.getRecords().size() || read() != sStored) {
     std::abort();
   }
 }
@@ -50,8 +49,8 @@ void readTwice(const std::string& sContent) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t uSize) {
   const std::string sContent(reinterpret_cast<const char*>(pData), uSize);
-  readTwice<ProtectedLog>(sContent);
-  readTwice<AlarmLog>(sContent);
+  readAgain<ProtectedLog>(sContent);
+  readAgain<AlarmLog>(sContent);
   // Open ends become the current time at each reading, so that what is stored needn't stay the same.
   write(sContent);
   const MetaDataLog metaData(fileName());
