@@ -133,7 +133,7 @@ TEST(ProtectedLog, KeepsItsFile) {
   ASSERT_EQ(log.getRecords().size(), 4U);
   EXPECT_EQ((*std::next(log.getRecords().begin()))->details, "two lines");
   EXPECT_EQ((*std::next(log.getRecords().begin(), 2))->details, std::string(262, 'x'));
-  EXPECT_EQ((*log.getRecords().all().rbegin())->details, "by\toperator");
+  EXPECT_EQ((*std::prev(log.getRecords().end()))->details, "by\toperator");
   log.removeSpan({at(0), march(12)}, true);
   log.setPeriods(at(8), at(9));
   EXPECT_EQ(readFile(sFile),
