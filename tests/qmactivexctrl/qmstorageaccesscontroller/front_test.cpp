@@ -207,6 +207,10 @@ TEST(StorageAccessFront, DropsTheControllerBeforeItTellsThatTheLinkIsDown) {
     return front.addFile() + front.firstSource() + std::to_string(front->getStatus());
   };
   front->connect();
+  while (front->getStatus() != JRPCController::kUp) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(front.firstSource(), kSource) << "operations work as soon as the status says so";
   EXPECT_THAT(front.host.waitFor(1), ElementsAre(std::string("up: -1") + kSource + "2"));
   front.manager.hangUpAll();
   EXPECT_THAT(front.host.waitFor(2).back(), EndsWith(": -10")) << "told by the next ping";
