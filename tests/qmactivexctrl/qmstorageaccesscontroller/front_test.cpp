@@ -174,6 +174,19 @@ TEST(StorageAccessFront, KeepsTheLastMessageOfALostController) {
   EXPECT_THAT(front.host.waitFor(0), IsEmpty()) << "a blocking connection tells nothing";
 }
 
+TEST(StorageAccessFront, FinishesAnOperationBeforeTheLinkGoes) {
+  Front front(true);
+  ASSERT_EQ(front->connect(), 0);
+  front.manager.stall("rpc_addFile");
+  std::thread operation([&] { EXPECT_EQ(front->addFile("", "", "", "", ""), -1); });
+  front.manager.awaitRequests(1);
+  std::thread end([&] { front->disconnect(); });
+  front.manager.release();
+  operation.join();
+  end.join();
+  EXPECT_EQ(front->getLastError(), "refused");
+}
+
 TEST(StorageAccessFront, LetsHandlersCallBackIn) {
   Front front(false);
   int iEvent = 0;
