@@ -36,7 +36,8 @@ class IStorageAccessControl {
 
   // Copies. 0 or -1, unless something else is said.
 
-  /// The size of a recording between two dates in bytes, -1 after a failure.
+  /// The size of a recording between two dates: the low 32 bits of its count of bytes. 1 after a failure, 0
+  /// when the server doesn't know, -1 without a link.
   virtual std::int32_t getRecordingSize(const std::string& sSource, std::int32_t iFps,
                                         const std::string& sStart, const std::string& sEnd) = 0;
 
