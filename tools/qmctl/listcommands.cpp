@@ -1,0 +1,212 @@
+#include "tools/qmctl/listcommands.h"
+
+#include <array>
+#include <charconv>
+#include <memory>
+#include <ostream>
+
+#include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/params/jparams.h"
+#include "tools/qmctl/text.h"
+
+namespace qmctl {
+
+namespace {
+
+Json numberOrText(std::string_view sValue) {
+  std::int64_t iValue = 0;
+  const auto [pEnd, error] = std::from_chars(sValue.data(), sValue.data() + sValue.size(), iValue);
+  const bool bNumber = error == std::errc() && pEnd == sValue.data() + sValue.size();
+  return bNumber ? Json(iValue) : Json(sValue);
+}
+
+Json ratesToJson(const std::string& sRates) {
+  Json rates = Json::array();
+  for (std::size_t uAt = 0; uAt < sRates.size();) {
+    const std::size_t uEnd = std::min(sRates.find(',', uAt), sRates.size());
+    rates.push_back(numberOrText(std::string_view(sRates).substr(uAt, uEnd - uAt)));
+    uAt = uEnd + 1;
+  }
+  return rates;
+}
+
+Json paramToJson(const JParams& params, const std::string& sName, JVariant::Type eType) {
+  bool bValue = false;
+  std::int64_t iValue = 0;
+  double dValue = 0;
+  std::string sValue;
+  switch (eType) {
+    case JVariant::T_BOOL:
+      params.get(sName, bValue);
+      return bValue;
+    case JVariant::T_INT:
+      params.get(sName, iValue);
+      return iValue;
+    case JVariant::T_DOUBLE:
+      params.get(sName, dValue);
+      return dValue;
+    case JVariant::T_STRING:
+      params.get(sName, sValue);
+      return sValue;
+    default:
+      return nullptr;
+  }
+}
+
+/// The pairs of a metadata record as an object; as they stand when they aren't a parameter list.
+Json pairsToJson(const std::string& sPairs) {
+  try {
+    JParams params;
+    params.parse(sPairs);
+    Json object = Json::object();
+    for (const auto& [sName, eType] : params.getTypes()) {
+      object[sName] = paramToJson(params, sName, eType);
+    }
+    return object;
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    return sPairs;
+  }
+}
+
+// The rows.
+
+constexpr std::array kSourceFields{
+    RowField{"SourceName", "source", "SOURCE", RowField::kText},
+    RowField{"Fps", "fps", "FPS", RowField::kDate},
+};
+constexpr std::array kAlarmFields{
+    RowField{"Name", "name", "NAME", RowField::kText},
+    RowField{"SpanStartDate", "start", "START", RowField::kDate},
+    RowField{"SpanEndDate", "end", "END", RowField::kDate},
+    RowField{"AlarmDate", "date", "DATE", RowField::kDate},
+};
+constexpr std::array kProtectionFields{
+    RowField{"ProtectedStartDate", "start", "START", RowField::kDate},
+    RowField{"ProtectedEndDate", "end", "END", RowField::kDate},
+    RowField{"ValidityStartDate", "validFrom", "VALID FROM", RowField::kDate},
+    RowField{"ValidityEndDate", "validUntil", "VALID UNTIL", RowField::kDate},
+    RowField{"Details", "details", "DETAILS", RowField::kText},
+};
+constexpr std::array kMetaDataFields{
+    RowField{"SpanStartDate", "start", "START", RowField::kDate},
+    RowField{"SpanEndDate", "end", "END", RowField::kDate},
+    RowField{"", "params", "METADATA", RowField::kRest},
+};
+
+/// A bare name isn't a row of fields.
+void printAlarmNames(Context& context) {
+  Session session(context.settings);
+  Table table(context.out, {"ALARM"});
+  session.forEachRow([](auto& control, auto& iQueryId) { control.AlarmNamesQuery(iQueryId); },
+                     [&](const std::string& sName) {
+                       if (context.settings.bJson) {
+                         writeJson(context.out, {{"alarm", sName}});
+                       } else {
+                         table.add({sName});
+                       }
+                     });
+  table.finish();
+}
+
+void addLogCommand(CLI::App& log, Context& context, const std::string& sKind, const std::string& sDescription,
+                   std::span<const RowField> fields,
+                   QMStatus (JQMStorageAccessCtrl::*query)(const char16_t*, std::int32_t, std::int32_t&)) {
+  CLI::App& command = addCommand(log, sKind, sDescription, "log " + sKind + " gate 25");
+  struct Arguments {
+    std::string sSource;
+    std::int32_t iFps = 0;
+  };
+  const auto pArguments = std::make_shared<Arguments>();
+  command.add_option("SOURCE", pArguments->sSource, "Source name")->required();
+  command.add_option("FPS", pArguments->iFps, "Frame rate, 0 for sound")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
+  command.callback([=, &context] {
+    context.todo = [=, &context] {
+      const std::u16string sSource = toControl(pArguments->sSource);
+      printRows(context, {fields, nullptr, nullptr, "the log is empty"}, [&](auto& control, auto& iQueryId) {
+        (control.*query)(sSource.c_str(), pArguments->iFps, iQueryId);
+      });
+    };
+  });
+}
+
+}  // namespace
+
+Json toJsonValue(const RowField& field, const std::string& sValue) {
+  switch (field.eKind) {
+    case RowField::kNumber:
+      return numberOrText(sValue);
+    case RowField::kRest:
+      return pairsToJson(sValue);
+    default:
+      return sValue;
+  }
+}
+
+void printRows(Context& context, const Listing& listing, const Session::Query& query) {
+  std::vector<std::string> headers;
+  for (const RowField& field : listing.fields) {
+    headers.emplace_back(field.szHeader);
+  }
+  Session session(context.settings);
+  Table table(context.out, std::move(headers));
+  bool bAny = false;
+  std::vector<std::string> values;
+  const auto take = [&](const std::string& sRow) {
+    bAny = true;
+    const bool bSplit = splitRow(sRow, listing.fields, values);
+    if (!context.settings.bJson) {
+      for (std::size_t i = 0; bSplit && listing.toCell != nullptr && i < values.size(); ++i) {
+        values[i] = listing.toCell(listing.fields[i], values[i]);
+      }
+      table.add(bSplit ? values : std::vector{sRow});
+      return;
+    }
+    Json object = Json::object();
+    for (std::size_t i = 0; bSplit && i < values.size(); ++i) {
+      object[listing.fields[i].szKey] =
+          (listing.toJson != nullptr ? listing.toJson : toJsonValue)(listing.fields[i], values[i]);
+    }
+    writeJson(context.out, bSplit ? object : Json{{"row", sRow}});
+  };
+  try {
+    session.forEachRow(query, take);
+  } catch (...) {
+    table.finish();
+    throw;
+  }
+  table.finish();
+  if (!bAny && !context.settings.bJson) {
+    context.error << "qmctl: " << listing.szNone << '\n';
+  }
+}
+
+void addListCommands(CLI::App& app, Context& context) {
+  addCommand(app, "sources", "Lists the sources and their frame rates", "--json sources")
+      .callback([&context] {
+        context.todo = [&context] {
+          const Listing listing{kSourceFields,
+                                [](const RowField& field, const std::string& sValue) {
+                                  return field.eKind == RowField::kText ? Json(sValue) : ratesToJson(sValue);
+                                },
+                                nullptr, "there are no sources"};
+          printRows(context, listing, [](auto& control, auto& iQueryId) { control.SourcesQuery(iQueryId); });
+        };
+      });
+  addCommand(app, "alarms", "Lists the names of the alarms", "alarms").callback([&context] {
+    context.todo = [&context] { printAlarmNames(context); };
+  });
+  CLI::App& log =
+      addCommand(app, "log", "Prints a log of a recording, one row a record", "log alarm gate 25");
+  log.require_subcommand(1);
+  addLogCommand(log, context, "alarm", "Alarms and their spans", kAlarmFields,
+                &JQMStorageAccessCtrl::AlarmLogQuery);
+  addLogCommand(log, context, "protection", "Protected spans", kProtectionFields,
+                &JQMStorageAccessCtrl::ProtectedLogQuery);
+  addLogCommand(log, context, "metadata", "Spans that carry metadata", kMetaDataFields,
+                &JQMStorageAccessCtrl::MetaDataLogQuery);
+}
+
+}  // namespace qmctl
