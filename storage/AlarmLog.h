@@ -108,7 +108,7 @@ class AlarmLog : public JRPCObject {
   void takeLine(std::string_view sLine);
   void insertWithinLimit(std::unique_ptr<AlarmLogRecord> pRecord);
   void updateCount();
-  void save() const;
+  void save();
 
   Records m_records;
   LogFile m_file;

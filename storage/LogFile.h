@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -21,10 +22,10 @@ class LogFile {
   /// and `takeLine` throw.
   bool read(const std::string& sName, const TakeLine& takeLine);
 
-  /// Replaces the file; does nothing as long as there is no name. When it returns, the new file is on disk;
-  /// when it throws, the old one still stands. Throws JTextError when the last reading didn't come to the end
-  /// of the file.
-  void replace(const std::string& sContent) const;
+  /// Replaces the file; does nothing as long as there is no name, or when the file was just read and holds
+  /// exactly this. When it returns, the new file is on disk; when it throws, the old one still stands. Throws
+  /// JTextError when the last reading didn't come to the end of the file.
+  void replace(const std::string& sContent);
 
   /// Throws JTextError when the last reading didn't come to the end of the file.
   void checkReplaceable() const;
@@ -34,7 +35,8 @@ class LogFile {
 
  private:
   std::string m_sName;
-  bool m_bReplaceable = true;  ///< read to its end, or not there
+  bool m_bReplaceable = true;            ///< read to its end, or not there
+  std::optional<std::string> m_sStored;  ///< what was read, up to the first replacement
 };
 
 namespace qm_storage {

@@ -68,14 +68,6 @@ class LogRecords {
     m_records.erase(position);
   }
 
-  /// Takes a record out, for one that is to change its start. A cursor that stands on it moves on.
-  std::unique_ptr<Record> extract(Position position) {
-    if (m_cursor == position) {
-      ++m_cursor;
-    }
-    return std::move(m_records.extract(position).value());
-  }
-
   /// Deletes all records.
   void clear() noexcept {
     m_records.clear();
@@ -90,6 +82,17 @@ class LogRecords {
       }
     }
     return m_records.end();
+  }
+
+  /// Takes all records out and gives them to `visit` in order, which appends what is to stand in the log from
+  /// now on. The cursor goes back to the first record.
+  template <class Visit>
+  void rebuild(Visit visit) {
+    Set old = std::exchange(m_records, {});
+    while (!old.empty()) {
+      visit(std::move(old.extract(old.begin()).value()));
+    }
+    rewind();
   }
 
   /// Takes a span out of the records that `selects` names: one that lies inside it goes, one that reaches
@@ -130,26 +133,21 @@ void LogRecords<Record>::takeOut(const TimeSpan& span, Selects selects) {
   if (span.endDate < span.startDate) {
     return;
   }
-  Set kept;
-  while (!m_records.empty()) {
-    auto node = m_records.extract(m_records.begin());
-    std::unique_ptr<Record> pRecord = std::move(node.value());
+  rebuild([&](std::unique_ptr<Record> pRecord) {
     const TimeSpan whole = pRecord->coveredSpan();
     if (whole.endDate < span.startDate || span.endDate < whole.startDate || !selects(*pRecord)) {
-      kept.insert(std::move(pRecord));
-      continue;
+      append(std::move(pRecord));
+      return;
     }
     // The ends that are moved by one microsecond have another date beyond them, so neither of them wraps.
     if (whole.startDate < span.startDate) {
       auto pBefore = std::make_unique<Record>(*pRecord);
       pBefore->coveredSpan().endDate = JTime(span.startDate).subtract(1);
-      kept.insert(std::move(pBefore));
+      append(std::move(pBefore));
     }
     if (span.endDate < whole.endDate) {
       pRecord->coveredSpan().startDate = JTime(span.endDate).add(1);
-      kept.insert(std::move(pRecord));
+      append(std::move(pRecord));
     }
-  }
-  m_records = std::move(kept);
-  rewind();
+  });
 }

@@ -98,7 +98,7 @@ class ProtectedLog : public JRPCObject {
 
  private:
   void takeLine(std::string_view sLine);
-  void save() const;
+  void save();
 
   Records m_records;
   LogFile m_file;

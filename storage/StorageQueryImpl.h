@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "storage/StorageQuery.h"
@@ -89,8 +90,9 @@ class StorageQueryImpl final : public StorageQuery, public JRPCObject {
   const Fields& getFields() const noexcept { return m_fields; }
 
  private:
-  void clearMetaDataFlags() noexcept;
-  void clearAnalyticsFlags() noexcept;
+  using Flag = bool Fields::*;
+
+  void setFlag(Flag pFlag, bool bValue, std::span<const Flag> group);
   bool takeDates(const JParams& criteria, std::string& sFailure);
   void takeCriteria(const JParams& criteria);
   void normalise() noexcept;
