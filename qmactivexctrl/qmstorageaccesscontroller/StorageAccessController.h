@@ -36,6 +36,19 @@ class StorageAccessController final : public StorageAccessCtrlInterface,
 
   // The link.
 
+  using JRPCController::getBlocking;
+  using JRPCController::getHost;
+  using JRPCController::getParams;
+  using JRPCController::getPort;
+  using JRPCController::getServerVersion;
+  using JRPCController::getStatus;
+  using JRPCController::getTimeOut;
+  using JRPCController::getTunnelPort;
+  using JRPCController::setBlocking;
+  using JRPCController::setHost;
+  using JRPCController::setParams;
+  using JRPCController::setPort;
+  using JRPCController::setTunnelPort;
   void setTimeOut(std::int32_t iTimeOut) override;
   void rehash() override;
   void disconnect() override;
