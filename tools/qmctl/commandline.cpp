@@ -3,6 +3,7 @@
 #include <exception>
 #include <ostream>
 #include <sstream>
+#include <vector>
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "tools/qmctl/failure.h"
@@ -94,6 +95,11 @@ int runCommandLine(int argc, const char* const* argv, Context& context) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    const std::vector<std::string> unread = app.remaining();
+    if (app.get_subcommands().empty() && !unread.empty() && error.get_exit_code() != 0) {
+      tell(context.error, "there is no command '" + unread.front() + "'; see 'qmctl --help'");
+      return kWrongUsage;
+    }
     return app.exit(error, context.out, context.error) == 0 ? kDone : kWrongUsage;
   }
   const int iStatus = attempt(context, sLogLevel, sLogFile);

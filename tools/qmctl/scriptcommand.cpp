@@ -108,6 +108,8 @@ class Script {
         throw BadLine("a line is a JSON array that begins with a member's name");
       }
       return carryOut(line);
+    } catch (const Json::parse_error& error) {
+      return {{"error", std::string("not JSON: ") + error.what()}};
     } catch (const std::exception& error) {
       return {{"error", error.what()}};
     }
