@@ -125,23 +125,23 @@ std::int32_t GenerationController::alarmNamesQuery() {
   static constexpr QueryTexts kTexts = {"Get Alarm Names Failed: Not connected to Manager",
                                         "Get Alarm Names Failed: RPC",
                                         "Get Alarm Names Failed: Result Deserialisation"};
-  auto pNames = std::make_unique<jrpc_set<std::string>>();
-  if (!fetch(kTexts, "rpc_getAlarmNames", {}, "AlarmNamesSet", *pNames)) {
+  jrpc_set<std::string> names;
+  if (!fetch(kTexts, "rpc_getAlarmNames", {}, "AlarmNamesSet", names)) {
     return kQueryFailed;
   }
-  return enter(m_alarmNameQueries, std::make_unique<ListAlarmNamesResult>(std::move(pNames)));
+  return enter(m_alarmNameQueries, std::make_unique<ListAlarmNamesResult>(std::move(names)));
 }
 
 std::int32_t GenerationController::sourcesQuery() {
   static constexpr QueryTexts kTexts = {"Get Sources Failed: Not connected to Manager",
                                         "Get Sources Failed: RPC",
                                         "Get Sources Failed: Result Deserialisation"};
-  auto pSources = std::make_unique<ListSourcesResult::Sources>();
-  jrpc_map_ref object(*pSources);
+  ListSourcesResult::Sources sources;
+  jrpc_map_ref object(sources);
   if (!fetch(kTexts, "rpc_getSourceMap", {}, "SourceMap", object)) {
     return kQueryFailed;
   }
-  return enter(m_sourceQueries, std::make_unique<ListSourcesResult>(std::move(pSources)));
+  return enter(m_sourceQueries, std::make_unique<ListSourcesResult>(std::move(sources)));
 }
 
 std::int32_t GenerationController::protectedLogQuery(const std::string& sSource, std::int32_t iFps) {

@@ -7,11 +7,11 @@ std::string GenerationController::DbQueryResult::next() {
 }
 
 std::string GenerationController::ListAlarmNamesResult::next() {
-  return m_next != m_pNames->end() ? *m_next++ : std::string();
+  return m_next != m_names.end() ? *m_next++ : std::string();
 }
 
 std::string GenerationController::ListSourcesResult::next() {
-  if (m_next == m_pSources->end()) {
+  if (m_next == m_sources.end()) {
     return {};
   }
   const auto& [sName, rates] = *m_next++;

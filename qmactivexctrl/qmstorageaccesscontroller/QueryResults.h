@@ -35,8 +35,7 @@ class GenerationController::ListAlarmNamesResult {
  public:
   using Names = std::set<std::string>;
 
-  explicit ListAlarmNamesResult(std::unique_ptr<Names> pNames)
-      : m_pNames(std::move(pNames)), m_next(m_pNames->begin()) {}
+  explicit ListAlarmNamesResult(Names names) : m_names(std::move(names)), m_next(m_names.begin()) {}
   virtual ~ListAlarmNamesResult() = default;
   ListAlarmNamesResult(const ListAlarmNamesResult&) = delete;
   ListAlarmNamesResult& operator=(const ListAlarmNamesResult&) = delete;
@@ -44,7 +43,7 @@ class GenerationController::ListAlarmNamesResult {
   std::string next();
 
  private:
-  std::unique_ptr<Names> m_pNames;
+  Names m_names;
   Names::const_iterator m_next;
 };
 
@@ -53,8 +52,7 @@ class GenerationController::ListSourcesResult {
  public:
   using Sources = std::map<std::string, std::vector<std::int32_t>>;
 
-  explicit ListSourcesResult(std::unique_ptr<Sources> pSources)
-      : m_pSources(std::move(pSources)), m_next(m_pSources->begin()) {}
+  explicit ListSourcesResult(Sources sources) : m_sources(std::move(sources)), m_next(m_sources.begin()) {}
   virtual ~ListSourcesResult() = default;
   ListSourcesResult(const ListSourcesResult&) = delete;
   ListSourcesResult& operator=(const ListSourcesResult&) = delete;
@@ -62,6 +60,6 @@ class GenerationController::ListSourcesResult {
   std::string next();
 
  private:
-  std::unique_ptr<Sources> m_pSources;
+  Sources m_sources;
   Sources::const_iterator m_next;
 };

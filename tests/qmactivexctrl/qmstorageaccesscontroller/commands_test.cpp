@@ -116,15 +116,6 @@ TEST(ArchiveCommands, SendNothingWhenADateIsNone) {
   EXPECT_THAT(link.manager.requests(), IsEmpty());
 }
 
-TEST(ArchiveCommands, KeepTheLastFiveMessages) {
-  ReferenceLink link;
-  for (const char cName : std::string("abcdefg")) {
-    link.manager.refuse("rpc_addFile", std::string(1, cName));
-    link.control.addFile("", "", "", "", "");
-  }
-  EXPECT_THAT(link.messages(), ElementsAre("g", "f", "e", "d", "c"));
-}
-
 TEST(ArchiveCommands, ThatThereAreNotYetFail) {
   ReferenceLink link;
   std::string sText;

@@ -240,6 +240,9 @@ TEST(StorageAccessFront, StandsConnectsAndDisconnectsFromAllSides) {
   });
   for (int iRound = 0; iRound < kRounds; ++iRound) {
     front->connect();
+    while (front->getStatus() == JRPCController::kConnecting) {
+      std::this_thread::yield();
+    }
     EXPECT_THAT(front.firstSource(), testing::AnyOf("", kSource));
     if (iRound % 2 == 0) {
       front->disconnect();
@@ -247,7 +250,7 @@ TEST(StorageAccessFront, StandsConnectsAndDisconnectsFromAllSides) {
   }
   other.join();
   front->forgetNotify();
-  const std::size_t uEvents = front.host.waitFor(0).size();
+  const std::size_t uEvents = front.host.waitFor(1).size();
   front->connect();
   front->setBlocking(true);
   EXPECT_EQ(front->connect(), 0);
