@@ -25,11 +25,7 @@ constexpr std::uint32_t kSide = (25 * 2540 + 96 / 2) / 96;
 // Life.
 
 JQMStorageAccessCtrl::JQMStorageAccessCtrl()
-    : JQMStorageAccessCtrl(
-          [](JRPCNotifyWithContext& target) { return std::make_unique<StorageAccessController>(&target); }) {}
-
-JQMStorageAccessCtrl::JQMStorageAccessCtrl(const MakeFront& makeFront)
-    : _cx(kSide), _cy(kSide), m_pStorageAccessCtrl(makeFront(*this)) {
+    : _cx(kSide), _cy(kSide), m_pStorageAccessCtrl(std::make_unique<StorageAccessController>(this)) {
   adviseLog(m_events);
 }
 

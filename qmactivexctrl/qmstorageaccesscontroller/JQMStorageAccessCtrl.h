@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -36,14 +35,8 @@ class JQMStorageAccessCtrl final : public IQMStorageAccessCtrl,
                                    public JConnectorInterface,
                                    private IQMControlEventsLog<JQMStorageAccessCtrl> {
  public:
-  /// Makes the front that a control talks to. Its link events go to the target.
-  using MakeFront = std::function<std::unique_ptr<StorageAccessCtrlInterface>(JRPCNotifyWithContext& target)>;
-
   /// Nothing is connected yet.
   JQMStorageAccessCtrl();
-
-  /// With a front of the caller's making, which must not be null.
-  explicit JQMStorageAccessCtrl(const MakeFront& makeFront);
 
   /// Ends the link. No event comes afterwards. Not from a handler of an event.
   ~JQMStorageAccessCtrl() override;
