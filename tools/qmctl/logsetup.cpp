@@ -26,11 +26,28 @@ std::string levelName(std::uint32_t uLevel) {
   return sName;
 }
 
-/// The mask of a level and all that are worse.
-std::uint32_t maskFrom(const std::string& sLevel) {
+/// The records of a level and all that are worse. What objects trace, which no mask keeps out, counts as
+/// tracing.
+class LevelOutput final : public JLogFileOutput {
+ public:
+  LevelOutput(const std::string& sFile, std::uint32_t uLevel)
+      : JLogFileOutput("qmctl", sFile, (2U << kLastLevel) - (1U << uLevel)),
+        m_bTraces(uLevel <= qm_err::kLogTraceStepByStep) {}
+
+  void write(const JLog::Msg& record) override {
+    if (m_bTraces || record.uLevel < JLog::kFirstObjectLevel) {
+      JLogFileOutput::write(record);
+    }
+  }
+
+ private:
+  const bool m_bTraces;
+};
+
+std::uint32_t levelOf(const std::string& sLevel) {
   for (std::uint32_t uLevel = kFirstLevel; uLevel <= kLastLevel; ++uLevel) {
     if (levelName(uLevel) == sLevel) {
-      return (2U << kLastLevel) - (1U << uLevel);
+      return uLevel;
     }
   }
   throw qmctl::Failure(qmctl::kWrongUsage,
@@ -46,11 +63,11 @@ void setUpLog(const std::string& sLevel, const std::string& sFile) {
   if (sLevel.empty() && sFile.empty()) {
     return;
   }
-  const std::uint32_t uMask = maskFrom(sLevel.empty() ? "info" : sLevel);
+  const std::uint32_t uLevel = levelOf(sLevel.empty() ? "info" : sLevel);
   if (!sFile.empty() && !std::ofstream(sFile, std::ios::app).is_open()) {
     throw Failure(kWrongUsage, "can't write the log file '" + sFile + "'");
   }
-  JLog::addLogOutput(std::make_unique<JLogFileOutput>("qmctl", sFile, uMask));
+  JLog::addLogOutput(std::make_unique<LevelOutput>(sFile, uLevel));
 }
 
 void endLog() {

@@ -215,15 +215,18 @@ TEST(Commands, EraseOnATerminalOnlyWhenAnswered) {
   }
 }
 
-TEST(Commands, LogIntoAFileWhenAsked) {
+TEST(Commands, LogIntoAFileWhatIsAskedFor) {
   SmallArchive archive;
   const qm_test::TempDir directory;
-  const std::string sFile = directory.path("log");
-  runTool(archive.withServer({"--log", sFile, "--log-level", "activex", "script"}),
-          "[\"ExtractInteger\",\"a\",\"a=5\"]\n");
-  EXPECT_THAT(qm_test::readFile(sFile),
-              testing::HasSubstr(
-                  "Dispatching ExtractInteger( Parameter = 'a' (VT_BSTR), Params = 'a=5' (VT_BSTR) )"));
+  const auto logOf = [&](const std::string& sLevel) {
+    const std::string sFile = directory.path(sLevel);
+    runTool(archive.withServer({"--log", sFile, "--log-level", sLevel, "erase", "g", "1", kStart, kEnd}));
+    return qm_test::readFile(sFile);
+  };
+  EXPECT_THAT(logOf("error"),
+              testing::AllOf(testing::StartsWith("ERROR"), testing::HasSubstr("it is protected"),
+                             testing::Not(testing::HasSubstr("TRACE"))));
+  EXPECT_THAT(logOf("debug"), testing::HasSubstr("TRACE_NETWORK"));
 }
 
 }  // namespace
