@@ -73,25 +73,37 @@ Json pairsToJson(const std::string& sPairs) {
 
 constexpr std::array kSourceFields{
     RowField{"SourceName", "source", "SOURCE", RowField::kText},
-    RowField{"Fps", "fps", "FPS", RowField::kDate},
+    RowField{"Fps", "fps", "FPS", RowField::kQuoted},
 };
 constexpr std::array kAlarmFields{
     RowField{"Name", "name", "NAME", RowField::kText},
-    RowField{"SpanStartDate", "start", "START", RowField::kDate},
-    RowField{"SpanEndDate", "end", "END", RowField::kDate},
-    RowField{"AlarmDate", "date", "DATE", RowField::kDate},
+    RowField{"SpanStartDate", "start", "START", RowField::kQuoted},
+    RowField{"SpanEndDate", "end", "END", RowField::kQuoted},
+    RowField{"AlarmDate", "date", "DATE", RowField::kQuoted},
 };
 constexpr std::array kProtectionFields{
-    RowField{"ProtectedStartDate", "start", "START", RowField::kDate},
-    RowField{"ProtectedEndDate", "end", "END", RowField::kDate},
-    RowField{"ValidityStartDate", "validFrom", "VALID FROM", RowField::kDate},
-    RowField{"ValidityEndDate", "validUntil", "VALID UNTIL", RowField::kDate},
+    RowField{"ProtectedStartDate", "start", "START", RowField::kQuoted},
+    RowField{"ProtectedEndDate", "end", "END", RowField::kQuoted},
+    RowField{"ValidityStartDate", "validFrom", "VALID FROM", RowField::kQuoted},
+    RowField{"ValidityEndDate", "validUntil", "VALID UNTIL", RowField::kQuoted},
     RowField{"Details", "details", "DETAILS", RowField::kText},
 };
 constexpr std::array kMetaDataFields{
-    RowField{"SpanStartDate", "start", "START", RowField::kDate},
-    RowField{"SpanEndDate", "end", "END", RowField::kDate},
+    RowField{"SpanStartDate", "start", "START", RowField::kQuoted},
+    RowField{"SpanEndDate", "end", "END", RowField::kQuoted},
     RowField{"", "params", "METADATA", RowField::kRest},
+};
+
+/// Only the first of its names is looked for as one that may hold anything: the Manager's own names are the
+/// others.
+constexpr std::array kAnalyticsFields{
+    RowField{"Sourcename", "source", "SOURCE", RowField::kText},
+    RowField{"AnalyticsSourceName", "analyticsSource", "ANALYTICS SOURCE", RowField::kQuoted},
+    RowField{"AnalyticsName", "analytics", "ANALYTICS", RowField::kQuoted},
+    RowField{"AnalyticsType", "type", "TYPE", RowField::kQuoted},
+    RowField{"Fps", "fps", "FPS", RowField::kNumber},
+    RowField{"GridWidth", "gridWidth", "GRID WIDTH", RowField::kNumber},
+    RowField{"GridHeight", "gridHeight", "GRID HEIGHT", RowField::kNumber},
 };
 
 /// A bare name isn't a row of fields.
@@ -109,10 +121,17 @@ void printAlarmNames(Context& context) {
   table.finish();
 }
 
-void addLogCommand(CLI::App& log, Context& context, const std::string& sKind, const std::string& sDescription,
-                   std::span<const RowField> fields,
-                   QMStatus (JQMStorageAccessCtrl::*query)(const char16_t*, std::int32_t, std::int32_t&)) {
-  CLI::App& command = addCommand(log, sKind, sDescription, "log " + sKind + " gate 25");
+/// A query about one recording, as a command of a group.
+struct RecordingQuery {
+  const char* szName;
+  const char* szDescription;
+  std::span<const RowField> fields;
+  QMStatus (JQMStorageAccessCtrl::*query)(const char16_t*, std::int32_t, std::int32_t&);
+};
+
+void addRecordingQuery(CLI::App& group, Context& context, const RecordingQuery& query) {
+  CLI::App& command = addCommand(group, query.szName, query.szDescription,
+                                 group.get_name() + " " + query.szName + " gate 25");
   struct Arguments {
     std::string sSource;
     std::int32_t iFps = 0;
@@ -125,9 +144,10 @@ void addLogCommand(CLI::App& log, Context& context, const std::string& sKind, co
   command.callback([=, &context] {
     context.todo = [=, &context] {
       const std::u16string sSource = toControl(pArguments->sSource);
-      printRows(context, {fields, nullptr, nullptr, "the log is empty"}, [&](auto& control, auto& iQueryId) {
-        (control.*query)(sSource.c_str(), pArguments->iFps, iQueryId);
-      });
+      printRows(context, {query.fields, nullptr, nullptr, "there is no entry"},
+                [&](auto& control, auto& iQueryId) {
+                  (control.*query.query)(sSource.c_str(), pArguments->iFps, iQueryId);
+                });
     };
   });
 }
@@ -201,12 +221,19 @@ void addListCommands(CLI::App& app, Context& context) {
   CLI::App& log =
       addCommand(app, "log", "Prints a log of a recording, one row a record", "log alarm gate 25");
   log.require_subcommand(1);
-  addLogCommand(log, context, "alarm", "Alarms and their spans", kAlarmFields,
-                &JQMStorageAccessCtrl::AlarmLogQuery);
-  addLogCommand(log, context, "protection", "Protected spans", kProtectionFields,
-                &JQMStorageAccessCtrl::ProtectedLogQuery);
-  addLogCommand(log, context, "metadata", "Spans that carry metadata", kMetaDataFields,
-                &JQMStorageAccessCtrl::MetaDataLogQuery);
+  addRecordingQuery(log, context,
+                    {"alarm", "Alarms and their spans", kAlarmFields, &JQMStorageAccessCtrl::AlarmLogQuery});
+  addRecordingQuery(
+      log, context,
+      {"protection", "Protected spans", kProtectionFields, &JQMStorageAccessCtrl::ProtectedLogQuery});
+  addRecordingQuery(
+      log, context,
+      {"metadata", "Spans that carry metadata", kMetaDataFields, &JQMStorageAccessCtrl::MetaDataLogQuery});
+  CLI::App& analytics = addCommand(app, "analytics", "Tells about analytics", "analytics sources gate 25");
+  analytics.require_subcommand(1);
+  addRecordingQuery(analytics, context,
+                    {"sources", "Streams with the results of analytics", kAnalyticsFields,
+                     &JQMStorageAccessCtrl::AnalyticsSourceQuery});
 }
 
 }  // namespace qmctl

@@ -8,7 +8,7 @@ namespace {
 using qmctl::RowField;
 
 bool isQuoted(const RowField& field) {
-  return field.eKind == RowField::kDate || field.eKind == RowField::kText;
+  return field.eKind == RowField::kQuoted || field.eKind == RowField::kText;
 }
 
 /// What stands in front of a field's value, the end of the field before it included; for the number of

@@ -10,7 +10,7 @@ namespace qmctl {
 /// One value of a row of the control, as it stands in the row and as the tool shows it.
 struct RowField {
   enum Kind {
-    kDate,    ///< in double quotes
+    kQuoted,  ///< in double quotes, with none inside: a date
     kNumber,  ///< bare
     kText,    ///< in double quotes, and anything in between, double quotes too
     kRest,    ///< a parameter list up to the end of the row; it has no label

@@ -152,8 +152,8 @@ constexpr std::array kFields{
     RowField{"Sourcename", "source", "SOURCE", RowField::kText},
     RowField{"FileType", "type", "TYPE", RowField::kNumber},
     RowField{"Fps", "fps", "FPS", RowField::kNumber},
-    RowField{"StartDate", "start", "START", RowField::kDate},
-    RowField{"EndDate", "end", "END", RowField::kDate},
+    RowField{"StartDate", "start", "START", RowField::kQuoted},
+    RowField{"EndDate", "end", "END", RowField::kQuoted},
 };
 
 bool isType(const RowField& field) {

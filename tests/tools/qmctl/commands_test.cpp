@@ -43,6 +43,11 @@ TEST(Commands, PrintTablesAndJson) {
        "03/03/2011 10:00:00.000000UTC  03/03/2011 11:00:00.000000UTC  colour=\"red\", lane=2\n",
        R"({"start":"03/03/2011 10:00:00.000000UTC","end":"03/03/2011 11:00:00.000000UTC",)"
        R"("params":{"colour":"red","lane":2}})"},
+      {{"analytics", "sources", "gate", "25"},
+       "SOURCE  ANALYTICS SOURCE  ANALYTICS  TYPE    FPS  GRID WIDTH  GRID HEIGHT\n"
+       "gate    ga                m          motion  25   22          18\n",
+       R"({"source":"gate","analyticsSource":"ga","analytics":"m","type":"motion","fps":25,"gridWidth":22,)"
+       R"("gridHeight":18})"},
   };
   SmallArchive archive;
   for (const auto& row : rows) {

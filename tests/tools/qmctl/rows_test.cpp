@@ -8,10 +8,11 @@ namespace {
 
 using qmctl::RowField;
 
-constexpr RowField kFirst[] = {
-    {"Name", "", "", RowField::kText}, {"Fps", "", "", RowField::kNumber}, {"End", "", "", RowField::kDate}};
-constexpr RowField kLast[] = {{"End", "", "", RowField::kDate}, {"Details", "", "", RowField::kText}};
-constexpr RowField kRest[] = {{"End", "", "", RowField::kDate}, {"", "", "", RowField::kRest}};
+constexpr RowField kFirst[] = {{"Name", "", "", RowField::kText},
+                               {"Fps", "", "", RowField::kNumber},
+                               {"End", "", "", RowField::kQuoted}};
+constexpr RowField kLast[] = {{"End", "", "", RowField::kQuoted}, {"Details", "", "", RowField::kText}};
+constexpr RowField kRest[] = {{"End", "", "", RowField::kQuoted}, {"", "", "", RowField::kRest}};
 
 TEST(Rows, AreTakenApartAroundTheirText) {
   struct {
