@@ -65,10 +65,7 @@ struct Builder {
   ArgumentsPtr pArguments;
 
   Builder& recording() {
-    command.add_option("SOURCE", pArguments->sSource, "Source name")->required();
-    command.add_option("FPS", pArguments->iFps, "Frame rate, 0 for sound")
-        ->required()
-        ->check(CLI::NonNegativeNumber);
+    addRecording(command, pArguments->sSource, pArguments->iFps);
     return *this;
   }
   Builder& span(bool bRequired = true) {

@@ -78,6 +78,15 @@ CLI::App& addCommand(CLI::App& parent, const std::string& sName, const std::stri
   return command;
 }
 
+CLI::Validator isFrameRate() {
+  return CLI::Range(0, INT32_MAX, "RATE");
+}
+
+void addRecording(CLI::App& command, std::string& sSource, std::int32_t& iFps) {
+  command.add_option("SOURCE", sSource, "Source name")->required();
+  command.add_option("FPS", iFps, "Frame rate, 0 for sound")->required()->check(isFrameRate());
+}
+
 int runCommandLine(int argc, const char* const* argv, Context& context) {
   CLI::App app("Works with the archive of a storage Manager.", "qmctl");
   app.set_version_flag("--version", "qmctl " QM_VERSION);

@@ -32,6 +32,12 @@ void addScriptCommand(CLI::App& app, Context& context);
 CLI::App& addCommand(CLI::App& parent, const std::string& sName, const std::string& sDescription,
                      const std::string& sExample);
 
+/// Adds the two arguments that name a recording.
+void addRecording(CLI::App& command, std::string& sSource, std::int32_t& iFps);
+
+/// What a frame rate on the command line must be.
+CLI::Validator isFrameRate();
+
 /// Reads the command line and does what it says. Returns the exit status; nothing is thrown.
 int runCommandLine(int argc, const char* const* argv, Context& context);
 

@@ -137,10 +137,7 @@ void addRecordingQuery(CLI::App& group, Context& context, const RecordingQuery& 
     std::int32_t iFps = 0;
   };
   const auto pArguments = std::make_shared<Arguments>();
-  command.add_option("SOURCE", pArguments->sSource, "Source name")->required();
-  command.add_option("FPS", pArguments->iFps, "Frame rate, 0 for sound")
-      ->required()
-      ->check(CLI::NonNegativeNumber);
+  addRecording(command, pArguments->sSource, pArguments->iFps);
   command.callback([=, &context] {
     context.todo = [=, &context] {
       const std::u16string sSource = toControl(pArguments->sSource);

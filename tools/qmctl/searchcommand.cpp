@@ -190,10 +190,9 @@ void addSearchCommand(CLI::App& app, Context& context) {
   command.add_option("--source", pOptions->source, "Source name; * and ? stand for any characters");
   command.add_option("--type", pOptions->type, "What is recorded")
       ->check(CLI::IsMember({"any", "video", "audio", "data", "metadata"}, CLI::ignore_case));
-  command.add_option("--fps", pOptions->fps, "Exactly this frame rate")->check(CLI::NonNegativeNumber);
-  command.add_option("--min-fps", pOptions->minFps, "At least this frame rate")
-      ->check(CLI::NonNegativeNumber);
-  command.add_option("--max-fps", pOptions->maxFps, "At most this frame rate")->check(CLI::NonNegativeNumber);
+  command.add_option("--fps", pOptions->fps, "Exactly this frame rate")->check(isFrameRate());
+  command.add_option("--min-fps", pOptions->minFps, "At least this frame rate")->check(isFrameRate());
+  command.add_option("--max-fps", pOptions->maxFps, "At most this frame rate")->check(isFrameRate());
   command.add_option("--start", pOptions->start, "From this date on");
   command.add_option("--end", pOptions->end, "Up to this date");
   auto* const pAlarm =
