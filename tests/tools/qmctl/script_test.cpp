@@ -35,10 +35,12 @@ std::vector<Exchange> readExchanges(SmallArchive& archive) {
   int iQueryId = lastQueryId(archive);
   std::ifstream file(QM_EVERY_MEMBER);
   std::vector<Exchange> exchanges;
-  Exchange exchange;
-  for (std::string sLine; std::getline(file, sLine) && !sLine.empty();) {
-  }
-  while (std::getline(file, exchange.sInput) && std::getline(file, exchange.sAnswer)) {
+  for (std::string sLine; std::getline(file, sLine);) {
+    const std::size_t uArrow = sLine.find(" => ");
+    if (!sLine.starts_with('[') && !sLine.starts_with('{')) {
+      continue;
+    }
+    Exchange exchange{sLine.substr(0, uArrow), sLine.substr(uArrow + 4)};
     iQueryId += exchange.sAnswer.find("\"result\":QUERY") != std::string::npos ? 1 : 0;
     for (std::string* const pLine : {&exchange.sInput, &exchange.sAnswer}) {
       replaceAll(*pLine, "PORT", std::to_string(archive.manager.getPort()));
