@@ -67,7 +67,7 @@ class GenerationController : public IStorageAccessControl, public StackError {
                        const std::string& sStartDate) override;
 
  protected:
-  // A result, and how far it has been read. Each owns what the server answered; see queryresults.h.
+  // A result, and how far it has been read. Each owns what the server answered; see QueryResults.h.
   class DbQueryResult;
   class ListAlarmNamesResult;
   class ListSourcesResult;

@@ -41,12 +41,18 @@ void StorageAccessController::setTimeOut(std::int32_t iTimeOut) {
   }
 }
 
+int StorageAccessController::getStatus() {
+  const JAutoLock lock(getLock());
+  const int iStatus = JRPCController::getStatus();
+  return iStatus == kUp && !m_pControl ? kConnecting : iStatus;
+}
+
 int StorageAccessController::connect() {
   const JAutoLock lock(getLock());
   disconnect();
   m_sLastError.clear();
   const int iResult = JRPCController::connect();
-  if (getBlocking() && getStatus() == kUp) {
+  if (getBlocking() && JRPCController::getStatus() == kUp) {
     m_pControl = createController(*getClient());
   }
   return iResult;

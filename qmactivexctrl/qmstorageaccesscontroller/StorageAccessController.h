@@ -41,7 +41,6 @@ class StorageAccessController final : public StorageAccessCtrlInterface,
   using JRPCController::getParams;
   using JRPCController::getPort;
   using JRPCController::getServerVersion;
-  using JRPCController::getStatus;
   using JRPCController::getTimeOut;
   using JRPCController::getTunnelPort;
   using JRPCController::setBlocking;
@@ -52,6 +51,10 @@ class StorageAccessController final : public StorageAccessCtrlInterface,
   void setTimeOut(std::int32_t iTimeOut) override;
   void rehash() override;
   void disconnect() override;
+
+  /// As every link's; but 2 only when operations work, so that a host may ask instead of waiting for the
+  /// event: 1 still while the server's controller is to be made.
+  int getStatus() override;
 
   /// 0; -1 when a blocking connection failed. A blocking connection gives no event.
   int connect() override;

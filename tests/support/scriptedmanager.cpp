@@ -53,13 +53,6 @@ void ScriptedManager::answer(const std::string& sFunction, const std::string& sL
   });
 }
 
-void ScriptedManager::answer(const std::string& sFunction, const std::string& sName,
-                             const JRPCObject& object) {
-  const auto pList = std::make_shared<JParams>();
-  JRPCSerialisation(pList.get()).serialise(sName, object);
-  answer(sFunction, [pList](const JParams&) { return std::make_unique<JParams>(*pList); });
-}
-
 void ScriptedManager::refuse(const std::string& sFunction, const std::string& sError) {
   answer(sFunction, [sError](const JParams&) {
     auto pAnswer = std::make_unique<JParams>();
@@ -140,9 +133,6 @@ bool ScriptedManager::dispatch(const std::string& sFunction, JParams& parameters
   if (const Handler handler = handlerOf(sFunction)) {
     pAnswer = handler(parameters);
     return true;
-  }
-  if (sFunction == "getRPCVersion" && getVersion().major == 0) {
-    return false;
   }
   const bool bKnown = JRPCTunnelService::dispatch(sFunction, parameters, pAnswer, uConnection);
   if (sFunction == "redirect") {

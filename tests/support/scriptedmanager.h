@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "coreapi/qmutils/params/jparams.h"
-#include "coreapi/qmutils/rpc/jrpcserialisation.h"
 #include "coreapi/qmutils/rpc/jrpctunnelservice.h"
 
 namespace qm_test {
@@ -27,7 +26,7 @@ class ScriptedManager final : public JRPCTunnelService {
   /// throws a JError for "FAILED".
   using Handler = std::function<std::unique_ptr<JParams>(const JParams&)>;
 
-  /// Takes connections from now on. The major version 0 stands for a server without a version call.
+  /// Takes connections from now on.
   explicit ScriptedManager(const JRPCVersion& version = {4, 2});
   ~ScriptedManager() override;
 
@@ -35,9 +34,6 @@ class ScriptedManager final : public JRPCTunnelService {
 
   /// A list, as it stands behind "OK ". One that doesn't parse makes the call fail.
   void answer(const std::string& sFunction, const std::string& sList = {});
-
-  /// An object under a name.
-  void answer(const std::string& sFunction, const std::string& sName, const JRPCObject& object);
   void answer(const std::string& sFunction, Handler handler);
 
   /// An answer with this "Error".

@@ -174,6 +174,19 @@ TEST(StorageAccessFront, KeepsTheLastMessageOfALostController) {
   EXPECT_THAT(front.host.waitFor(0), IsEmpty()) << "a blocking connection tells nothing";
 }
 
+TEST(StorageAccessFront, FinishesAnOperationBeforeTheLinkGoes) {
+  Front front(true);
+  ASSERT_EQ(front->connect(), 0);
+  front.manager.stall("rpc_addFile");
+  std::thread operation([&] { EXPECT_EQ(front->addFile("", "", "", "", ""), -1); });
+  front.manager.awaitRequests(1);
+  std::thread end([&] { front->disconnect(); });
+  front.manager.release();
+  operation.join();
+  end.join();
+  EXPECT_EQ(front->getLastError(), "refused");
+}
+
 TEST(StorageAccessFront, LetsHandlersCallBackIn) {
   Front front(false);
   int iEvent = 0;
@@ -207,6 +220,10 @@ TEST(StorageAccessFront, DropsTheControllerBeforeItTellsThatTheLinkIsDown) {
     return front.addFile() + front.firstSource() + std::to_string(front->getStatus());
   };
   front->connect();
+  while (front->getStatus() != JRPCController::kUp) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(front.firstSource(), kSource) << "operations work as soon as the status says so";
   EXPECT_THAT(front.host.waitFor(1), ElementsAre(std::string("up: -1") + kSource + "2"));
   front.manager.hangUpAll();
   EXPECT_THAT(front.host.waitFor(2).back(), EndsWith(": -10")) << "told by the next ping";
