@@ -69,12 +69,20 @@ struct Builder {
     return *this;
   }
   Builder& span(bool bRequired = true) {
-    command.add_option("START", pArguments->sStart, "First date of the span")->required(bRequired);
-    command.add_option("END", pArguments->sEnd, "Last date of the span")->required(bRequired);
+    command.add_option("START", pArguments->sStart, "First date of the span")
+        ->required(bRequired)
+        ->check(isDate());
+    command.add_option("END", pArguments->sEnd, "Last date of the span")
+        ->required(bRequired)
+        ->check(isDate());
     return *this;
   }
   Builder& text(const char* szName, std::string Arguments::*pText, const char* szHelp) {
     command.add_option(szName, (*pArguments).*pText, szHelp)->required(szName[0] != '-');
+    return *this;
+  }
+  Builder& date(const char* szName, std::string Arguments::*pText, const char* szHelp) {
+    command.add_option(szName, (*pArguments).*pText, szHelp)->check(isDate());
     return *this;
   }
   void does(Context& context, Prepare prepare) {
@@ -105,8 +113,8 @@ void addProtection(CLI::App& app, Context& context) {
         "protect gate 25 2011-03-03T10:00:00Z 2011-03-03T11:00:00Z --details 'case 17'")
       .recording()
       .span()
-      .text("--valid-from", &Arguments::sValidFrom, "When the protection begins to hold; at once without it")
-      .text("--until", &Arguments::sUntil, "When it ends; never without it")
+      .date("--valid-from", &Arguments::sValidFrom, "When the protection begins to hold; at once without it")
+      .date("--until", &Arguments::sUntil, "When it ends; never without it")
       .text("--details", &Arguments::sDetails, "Why")
       .does(context, [](const Arguments& given) -> Session::Command {
         return [sSource = toControl(given.sSource), iFps = given.iFps, sStart = dateOf(given.sStart),
@@ -144,7 +152,9 @@ void addHiding(CLI::App& app, Context& context, const char* szName, const char* 
   const std::string sExample = std::string(szName) + " gate 25 2011-03-03T10:00:00Z 2011-03-03T10:05:00Z";
   Builder builder = build(app, szName, szDescription, sExample.c_str());
   builder.recording();
-  builder.command.add_option("DATES", builder.pArguments->dates, "START END [START END ...]")->required();
+  builder.command.add_option("DATES", builder.pArguments->dates, "START END [START END ...]")
+      ->required()
+      ->check(isDate());
   builder.does(context, [member](const Arguments& given) -> Session::Command {
     return [sSource = toControl(given.sSource), iFps = given.iFps, sIntervals = intervalsOf(given.dates),
             member](JQMStorageAccessCtrl& control, std::int32_t& iResult) {
@@ -159,7 +169,7 @@ void addAlarms(CLI::App& app, Context& context) {
       .recording()
       .text("NAME", &Arguments::sName, "Name of the alarm")
       .span()
-      .text("--at", &Arguments::sAt, "When it happened; the start of the span without it")
+      .date("--at", &Arguments::sAt, "When it happened; the start of the span without it")
       .does(context, [](const Arguments& given) -> Session::Command {
         return [sSource = toControl(given.sSource), iFps = given.iFps, sName = toControl(given.sName),
                 sAt = dateOf(given.sAt.empty() ? given.sStart : given.sAt), sStart = dateOf(given.sStart),
@@ -173,7 +183,7 @@ void addAlarms(CLI::App& app, Context& context) {
       .recording()
       .text("NAME", &Arguments::sName, "Name of the alarm")
       .span(false)
-      .text("--at", &Arguments::sAt, "When it happened, in the place of a span")
+      .date("--at", &Arguments::sAt, "When it happened, in the place of a span")
       .does(context, [](const Arguments& given) -> Session::Command {
         if (given.sAt.empty() ? given.sEnd.empty() : !given.sStart.empty()) {
           throw Failure(kWrongUsage, "give START and END, or --at");
@@ -251,7 +261,7 @@ void addAddFile(CLI::App& app, Context& context) {
       .text("FILE", &Arguments::sFile, "File name on the Manager's side")
       .text("SOURCE", &Arguments::sSource, "Source name")
       .text("--alarm", &Arguments::sName, "Name of an alarm that it belongs to")
-      .text("--start", &Arguments::sStart, "Date of its first frame")
+      .date("--start", &Arguments::sStart, "Date of its first frame")
       .text("--disk-space", &Arguments::sDiskSpace, "Where it is to be kept")
       .does(context, [](const Arguments& given) -> Session::Command {
         return [sFile = toControl(given.sFile), sDiskSpace = toControl(given.sDiskSpace),

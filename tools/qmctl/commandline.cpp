@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "coreapi/qmutils/error/jerror.h"
+#include "tools/qmctl/dates.h"
 #include "tools/qmctl/failure.h"
 #include "tools/qmctl/logsetup.h"
 #include "tools/qmctl/text.h"
@@ -80,6 +81,18 @@ CLI::App& addCommand(CLI::App& parent, const std::string& sName, const std::stri
 
 CLI::Validator isFrameRate() {
   return CLI::Range(0, INT32_MAX, "RATE");
+}
+
+CLI::Validator isDate() {
+  const auto check = [](const std::string& sDate) -> std::string {
+    try {
+      toControlDate(sDate);
+      return {};
+    } catch (const Failure& failure) {
+      return failure.what();
+    }
+  };
+  return CLI::Validator(check, "DATE");
 }
 
 void addRecording(CLI::App& command, std::string& sSource, std::int32_t& iFps) {

@@ -38,6 +38,9 @@ void addRecording(CLI::App& command, std::string& sSource, std::int32_t& iFps);
 /// What a frame rate on the command line must be.
 CLI::Validator isFrameRate();
 
+/// What a date on the command line must be: anything but a date is wrong usage, the empty text too.
+CLI::Validator isDate();
+
 /// Reads the command line and does what it says. Returns the exit status; nothing is thrown.
 int runCommandLine(int argc, const char* const* argv, Context& context);
 

@@ -30,6 +30,13 @@ Json ratesToJson(const std::string& sRates) {
   return rates;
 }
 
+/// A value of bytes as it stands in the list.
+std::string bytesToText(const JParams& params, const std::string& sName) {
+  std::string sText;
+  params.find(sName)->toText(sText);
+  return sText.substr(sText.find('=') + 1);
+}
+
 Json paramToJson(const JParams& params, const std::string& sName, JVariant::Type eType) {
   bool bValue = false;
   std::int64_t iValue = 0;
@@ -49,7 +56,7 @@ Json paramToJson(const JParams& params, const std::string& sName, JVariant::Type
       params.get(sName, sValue);
       return sValue;
     default:
-      return nullptr;
+      return bytesToText(params, sName);
   }
 }
 
@@ -94,6 +101,9 @@ constexpr std::array kMetaDataFields{
     RowField{"", "params", "METADATA", RowField::kRest},
 };
 
+/// A bare name.
+constexpr std::array kAlarmNameFields{RowField{"", "alarm", "ALARM", RowField::kRest}};
+
 /// Only the first of its names is looked for as one that may hold anything: the Manager's own names are the
 /// others.
 constexpr std::array kAnalyticsFields{
@@ -106,19 +116,12 @@ constexpr std::array kAnalyticsFields{
     RowField{"GridHeight", "gridHeight", "GRID HEIGHT", RowField::kNumber},
 };
 
-/// A bare name isn't a row of fields.
-void printAlarmNames(Context& context) {
-  Session session(context.settings);
-  Table table(context.out, {"ALARM"});
-  session.forEachRow([](auto& control, auto& iQueryId) { control.AlarmNamesQuery(iQueryId); },
-                     [&](const std::string& sName) {
-                       if (context.settings.bJson) {
-                         writeJson(context.out, {{"alarm", sName}});
-                       } else {
-                         table.add({sName});
-                       }
-                     });
-  table.finish();
+Json sourceToJson(const RowField& field, const std::string& sValue) {
+  return field.eKind == RowField::kText ? Json(sValue) : ratesToJson(sValue);
+}
+
+Json textToJson(const RowField& /*field*/, const std::string& sValue) {
+  return sValue;
 }
 
 /// A query about one recording, as a command of a group.
@@ -204,16 +207,15 @@ void addListCommands(CLI::App& app, Context& context) {
   addCommand(app, "sources", "Lists the sources and their frame rates", "--json sources")
       .callback([&context] {
         context.todo = [&context] {
-          const Listing listing{kSourceFields,
-                                [](const RowField& field, const std::string& sValue) {
-                                  return field.eKind == RowField::kText ? Json(sValue) : ratesToJson(sValue);
-                                },
-                                nullptr, "there are no sources"};
+          const Listing listing{kSourceFields, sourceToJson, nullptr, "there are no sources"};
           printRows(context, listing, [](auto& control, auto& iQueryId) { control.SourcesQuery(iQueryId); });
         };
       });
   addCommand(app, "alarms", "Lists the names of the alarms", "alarms").callback([&context] {
-    context.todo = [&context] { printAlarmNames(context); };
+    context.todo = [&context] {
+      const Listing listing{kAlarmNameFields, textToJson, nullptr, "there are no alarms"};
+      printRows(context, listing, [](auto& control, auto& iQueryId) { control.AlarmNamesQuery(iQueryId); });
+    };
   });
   CLI::App& log =
       addCommand(app, "log", "Prints a log of a recording, one row a record", "log alarm gate 25");

@@ -112,7 +112,7 @@ void addConditions(JParams& criteria, const Options& options) {
   }
 }
 
-/// The criteria text for the control. Options come before what the criteria say.
+/// The criteria text for the control. An option takes the place of its criterion.
 std::string buildCriteria(const Options& options) {
   JParams criteria;
   parseCriteria(options.sCriteria, criteria);
@@ -186,15 +186,16 @@ void addSearchCommand(CLI::App& app, Context& context) {
                                  "search --source 'gate*' --type video --start 2011-03-03T10:00:00Z\n"
                                  "  qmctl search 'SourceName=\"gate\",RequireAlarm=true'");
   const auto pOptions = std::make_shared<Options>();
-  command.add_option("CRITERIA", pOptions->sCriteria, "A parameter list; options come before it");
-  command.add_option("--source", pOptions->source, "Source name; * and ? stand for any characters");
+  command.add_option("CRITERIA", pOptions->sCriteria,
+                     "A parameter list; an option takes the place of its criterion");
+  command.add_option("--source", pOptions->source, "Source name; * stands for any characters, ? for one");
   command.add_option("--type", pOptions->type, "What is recorded")
       ->check(CLI::IsMember({"any", "video", "audio", "data", "metadata"}, CLI::ignore_case));
   command.add_option("--fps", pOptions->fps, "Exactly this frame rate")->check(isFrameRate());
   command.add_option("--min-fps", pOptions->minFps, "At least this frame rate")->check(isFrameRate());
   command.add_option("--max-fps", pOptions->maxFps, "At most this frame rate")->check(isFrameRate());
-  command.add_option("--start", pOptions->start, "From this date on");
-  command.add_option("--end", pOptions->end, "Up to this date");
+  command.add_option("--start", pOptions->start, "From this date on")->check(isDate());
+  command.add_option("--end", pOptions->end, "Up to this date")->check(isDate());
   auto* const pAlarm =
       command.add_option("--alarm", pOptions->alarm, "Only inside alarms of this name; * for any");
   addExcluding(pAlarm, command.add_option("--exclude-alarm", pOptions->excludeAlarm, "Only outside of them"));

@@ -174,6 +174,8 @@ TEST(Commands, EndWithTheStatusOfTheirFailure) {
       {"criteria cut short", archive.withServer({"search", "Fps=5 SourceName=\"g\""}), 2, "can't be read"},
       {"both sides of a condition", archive.withServer({"search", "--protected", "--exclude-protected"}), 2,
        "excludes"},
+      {"empty date", archive.withServer({"protect", "g", "1", kStart, kEnd, "--until", ""}), 2,
+       "not a date: ''"},
       {"odd number of dates", archive.withServer({"hide", "g", "1", kStart}), 2, "needs an END"},
       {"alarm by nothing", archive.withServer({"remove-alarm", "g", "1", "a", kStart}), 2, "--at"},
       {"not UTF-8", archive.withServer({"log", "alarm", "\xFF", "25"}), 2, "UTF-8"},

@@ -1,7 +1,6 @@
-#include "tools/qmctl/rows.h"
-
 #include <gmock/gmock.h>
 
+#include "tools/qmctl/listcommands.h"
 #include "tools/qmctl/text.h"
 
 namespace {
@@ -39,6 +38,16 @@ TEST(Rows, AreTakenApartAroundTheirText) {
       EXPECT_EQ(values, row.values);
     }
   }
+}
+
+TEST(Rows, GiveMetaDataOfEveryTypeAsJson) {
+  const qmctl::Json params = qmctl::toJsonValue(
+      kRest[1], R"(blob="raw", bytes=[0AFF], flag=true, half=0.5, lane=-2, name="a \"b\"")");
+  EXPECT_EQ(params,
+            qmctl::Json::parse(
+                R"({"blob":"raw","bytes":"[0AFF]","flag":true,"half":0.5,"lane":-2,"name":"a \"b\""})"))
+      << params;
+  EXPECT_EQ(qmctl::toJsonValue(kRest[1], "no list"), "no list");
 }
 
 TEST(Text, PairsSurrogatesForTheUserOnly) {
