@@ -76,6 +76,7 @@ TimeSpanList TimeSpanList::unite(const TimeSpanList& a, const TimeSpanList& b) {
 
 TimeSpanList TimeSpanList::intersect(const TimeSpanList& a, const TimeSpanList& b) {
   TimeSpanList result;
+  result.reserve(a.size() + b.size());
   auto left = a.begin();
   auto right = b.begin();
   while (left != a.end() && right != b.end()) {
@@ -96,7 +97,7 @@ TimeSpanList TimeSpanList::intersect(const TimeSpanList& a, const TimeSpanList& 
 
 TimeSpanList TimeSpanList::subtract(const TimeSpanList& a, const TimeSpanList& b) {
   TimeSpanList result;
-  result.reserve(a.size());
+  result.reserve(a.size() + b.size());
   auto right = b.begin();
   for (const TimeSpan& span : a) {
     appendRest(result, span, right, b.end());
