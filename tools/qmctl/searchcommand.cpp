@@ -73,11 +73,11 @@ void parseCriteria(const std::string& sText, JParams& criteria) {
   }
   for (const std::string& sName : criteria.getNames()) {
     if (std::ranges::find(kCriteria, sName) == kCriteria.end()) {
-      std::string sText = "there is no criterion '" + sName + "'; there are";
+      std::string sMessage = "there is no criterion '" + sName + "'; there are";
       for (const std::string_view sKnown : kCriteria) {
-        sText.append(sKnown == kCriteria.front() ? " " : ", ").append(sKnown);
+        sMessage.append(sKnown == kCriteria.front() ? " " : ", ").append(sKnown);
       }
-      throw Failure(kWrongUsage, sText);
+      throw Failure(kWrongUsage, sMessage);
     }
   }
 }
