@@ -1,5 +1,6 @@
 #include "tools/qmctl/dates.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdint>

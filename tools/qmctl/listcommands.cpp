@@ -1,5 +1,6 @@
 #include "tools/qmctl/listcommands.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <memory>

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <istream>
 #include <memory>
@@ -5,6 +6,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "qmactivexctrl/qmstorageaccesscontroller/JQMStorageAccessCtrl.h"
 #include "tools/qmctl/commandline.h"

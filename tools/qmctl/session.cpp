@@ -1,5 +1,8 @@
 #include "tools/qmctl/session.h"
 
+#include <algorithm>
+#include <optional>
+
 #include "tools/qmctl/failure.h"
 #include "tools/qmctl/text.h"
 
