@@ -60,7 +60,7 @@ bool fits(char c, char cSeparator) noexcept {
 
 }  // namespace
 
-bool LogFile::read(const std::string& sName, const TakeLine& takeLine) {
+void LogFile::read(const std::string& sName, const TakeLine& takeLine) {
   m_sName = sName;
   m_bReplaceable = false;
   m_sStored.reset();
@@ -70,7 +70,6 @@ bool LogFile::read(const std::string& sName, const TakeLine& takeLine) {
     m_sStored = std::move(sContent);
   }
   m_bReplaceable = true;
-  return m_sStored.has_value();
 }
 
 void LogFile::checkReplaceable() const {

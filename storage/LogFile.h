@@ -18,9 +18,9 @@ class LogFile {
 
   const std::string& getName() const noexcept { return m_sName; }
 
-  /// Reads the file of a name and hands on its lines; false when there is no such file. Throws what reading
-  /// and `takeLine` throw.
-  bool read(const std::string& sName, const TakeLine& takeLine);
+  /// Reads the file of a name and hands on its lines; there are none when there is no such file. Throws what
+  /// reading and `takeLine` throw.
+  void read(const std::string& sName, const TakeLine& takeLine);
 
   /// Replaces the file; does nothing as long as there is no name, or when the file was just read and holds
   /// exactly this. When it returns, the new file is on disk; when it throws, the old one still stands. Throws

@@ -40,7 +40,6 @@ class LogRecords {
 
   LogRecords& operator=(const LogRecords&) = delete;
 
-  const Set& all() const noexcept { return m_records; }
   std::size_t size() const noexcept { return m_records.size(); }
   Position begin() const noexcept { return m_records.begin(); }
   Position end() const noexcept { return m_records.end(); }
@@ -74,7 +73,7 @@ class LogRecords {
     rewind();
   }
 
-  /// Takes a record's place; the end when it isn't here.
+  /// A record's place; the end when it isn't here.
   Position find(const Record* pRecord) const {
     for (Position position = m_records.begin(); position != m_records.end(); ++position) {
       if (position->get() == pRecord) {

@@ -239,7 +239,9 @@ void MetaDataLog::join(std::uint64_t uGap) {
 void MetaDataLog::addMetaData(const std::string& sPairs, const TimeSpan& span, bool bSave) {
   JParams pairs;
   pairs.parse(sPairs);
-  SpanChange(m_records, span, pairs.isEmpty() ? nullptr : &pairs).apply([&pairs](JParams& old) { old.merge(pairs); });
+  SpanChange(m_records, span, pairs.isEmpty() ? nullptr : &pairs).apply([&pairs](JParams& old) {
+    old.merge(pairs);
+  });
   join(kJoinGap);
   if (bSave) {
     save();
@@ -281,8 +283,7 @@ void MetaDataLog::addRecord(std::unique_ptr<ArchiveLogRecord> pRecord, bool bSav
 }
 
 void MetaDataLog::deleteRecord(ArchiveLogRecord* pRecord, bool bSave) {
-  const auto position = std::find_if(m_records.begin(), m_records.end(),
-                                     [pRecord](const auto& pOwn) { return pOwn.get() == pRecord; });
+  const Records::Position position = m_records.find(dynamic_cast<MetaDataLogRecord*>(pRecord));
   JASSERT(position != m_records.end());
   if (position == m_records.end()) {
     return;

@@ -33,21 +33,11 @@ TEST(SearchItem, TravelsAndShowsAsARow) {
   StorageSearchItemImpl read;
   readFrom(textOf(item), read);
   EXPECT_EQ(read.toString(), item.toString());
-  EXPECT_EQ(StorageSearchItemImpl().toString(),
-            "Sourcename=\"\",FileType=0,Fps=0,StartDate=\"12/13/1901 20:45:52.000000UTC\","
+  EXPECT_EQ(StorageSearchItemImpl(TimeSpan(), "", 0, "application/x").toString(),
+            "Sourcename=\"\",FileType=3,Fps=0,StartDate=\"12/13/1901 20:45:52.000000UTC\","
             "EndDate=\"01/19/2038 03:14:07.551615UTC\"");
-}
-
-TEST(SearchItem, KnowsItsKindAndLength) {
-  const auto kindOf = [](const char* szType) {
-    return StorageSearchItemImpl(span(10, 25), "", 0, szType).getFileType();
-  };
-  EXPECT_EQ(kindOf("application/x-qmpluginstream"), 3);
-  EXPECT_EQ(kindOf("audio"), 2);
-  EXPECT_EQ(kindOf("Video/x"), 0);
-  EXPECT_EQ(kindOf("text/plain"), 0);
   EXPECT_EQ(StorageSearchItemImpl(span(10, 25), "", 0, "").getDuration(), qm_test::at(15));
-  EXPECT_EQ(StorageSearchItemImpl(span(25, 10), "", 0, "").getDuration(), qm_test::at(0));
+  EXPECT_EQ(StorageSearchItemImpl(span(25, 10), "", 0, "text/plain").getDuration(), qm_test::at(0));
 }
 
 TEST(SearchItem, ReadsTheTypesOfBothGenerations) {

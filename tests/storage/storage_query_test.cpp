@@ -14,23 +14,14 @@ using qm_test::readFrom;
 using qm_test::textOf;
 using testing::HasSubstr;
 
-/// What of a query is told in the tables below: flags that are set, by their first letters.
+/// The flags that are set, as they travel, in the order of their names.
 std::string flagsOf(const StorageQueryImpl& query) {
-  const StorageQueryImpl::Fields& fields = query.getFields();
+  std::string sText = textOf(query);
   std::string sFlags;
-  const auto flag = [&sFlags](bool bSet, const char* szName) { sFlags += bSet ? szName : ""; };
-  flag(fields.requireAlarm, " +alarm");
-  flag(fields.excludeAlarm, " -alarm");
-  flag(fields.requireProtected, " +protected");
-  flag(fields.excludeProtected, " -protected");
-  flag(fields.requireMetaDataByName, " +name");
-  flag(fields.requireMetaDataByValue, " +value");
-  flag(fields.excludeMetaDataByName, " -name");
-  flag(fields.excludeMetaDataByValue, " -value");
-  flag(fields.requireSrcAnalytics, " +analytics");
-  flag(fields.requireSrcWithAnalytics, " +with");
-  flag(fields.excludeSrcAnalytics, " -analytics");
-  flag(fields.excludeSrcWithAnalytics, " -with");
+  for (std::size_t end = sText.find("=true"); end != std::string::npos; end = sText.find("=true", end + 1)) {
+    const std::size_t start = sText.rfind('_', end) + 1;
+    sFlags += " " + sText.substr(start, end - start);
+  }
   return sFlags;
 }
 
@@ -84,20 +75,22 @@ TEST(StorageQuery, ReadsOlderPeersAndKeepsOneFlagOfEachGroup) {
   const std::string sX = ", StorageQuery_X__";
   const Row rows[] = {
       {"mandatory keys alone", "", ""},
-      {"alarm", sX + "RequireAlarm=true" + sX + "ExcludeAlarm=true", " +alarm"},
-      {"protected", sX + "ExcludeProtected=1", " -protected"},
+      {"alarm", sX + "RequireAlarm=true" + sX + "ExcludeAlarm=true", " RequireAlarm"},
+      {"protected", sX + "ExcludeProtected=1", " ExcludeProtected"},
       {"by name first",
        sX + "RequireMetaDataByValue=true" + sX + "RequireMetaDataByName=true" + sX +
            "ExcludeMetaDataByName=true",
-       " +name"},
-      {"required first", sX + "ExcludeMetaDataByName=true" + sX + "RequireMetaDataByValue=true", " +value"},
+       " RequireMetaDataByName"},
+      {"required first", sX + "ExcludeMetaDataByName=true" + sX + "RequireMetaDataByValue=true",
+       " RequireMetaDataByValue"},
       {"excluded by name first", sX + "ExcludeMetaDataByName=true" + sX + "ExcludeMetaDataByValue=true",
-       " -name"},
+       " ExcludeMetaDataByName"},
       {"analytics first", sX + "RequireSrcWithAnalytics=true" + sX + "RequireSrcAnalytics=true",
-       " +analytics"},
+       " RequireSrcAnalytics"},
       {"with before excluded", sX + "ExcludeSrcAnalytics=true" + sX + "RequireSrcWithAnalytics=true",
-       " +with"},
-      {"excluded", sX + "ExcludeSrcAnalytics=true" + sX + "ExcludeSrcWithAnalytics=true", " -analytics"},
+       " RequireSrcWithAnalytics"},
+      {"excluded", sX + "ExcludeSrcAnalytics=true" + sX + "ExcludeSrcWithAnalytics=true",
+       " ExcludeSrcAnalytics"},
   };
   for (const Row& row : rows) {
     StorageQueryImpl query;
@@ -124,10 +117,10 @@ TEST(StorageQuery, SettersOfAGroupClearEachOther) {
   query.setExcludeMetaDataByValue(true);
   query.setRequireSrcAnalytics(true);
   query.setExcludeSrcWithAnalytics(true);
-  EXPECT_EQ(flagsOf(query), " +alarm -protected -value -with");
+  EXPECT_EQ(flagsOf(query), " ExcludeMetaDataByValue ExcludeProtected ExcludeSrcWithAnalytics RequireAlarm");
   query.setExcludeAlarm(false);
   query.setExcludeSrcWithAnalytics(false);
-  EXPECT_EQ(flagsOf(query), " +alarm -protected -value");
+  EXPECT_EQ(flagsOf(query), " ExcludeMetaDataByValue ExcludeProtected RequireAlarm");
   const qm_test::LogCapture log;
   query.setFileType(4);
   EXPECT_TRUE(log.has(qm_err::kLogCritical, "FATAL ASSERTION FAILED !! (Unsupported file type)"));
