@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -76,6 +74,9 @@ class FileInfo {
                    std::uint64_t ullTime);
 
   JMutex& getMutex() const noexcept { return m_mutex; }
+
+ private:
+  bool takesEntry(const FileStreamInfo& stream, std::uint32_t uNumber, IndexType eType) const;
 
  protected:
   bool m_bOnFlyIndexing = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -72,8 +73,11 @@ class FileStreamInfo {
   JMutex& getMutex() const noexcept { return m_mutex; }
 
  private:
+  /// Entries that the array of a stream with `uCount` frames has room for.
+  static std::uint64_t entriesFor(std::uint64_t uCount) noexcept;
+
   void copyFrom(const FileStreamInfo& other);
-  void makeRoom();
+  void grow(std::size_t entrySize);
 
   std::uint32_t m_uCount = 0;
   JTime m_firstDate;
