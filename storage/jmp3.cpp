@@ -72,7 +72,7 @@ void JMP3Encoder::open(int iBitRate, int iSampleRate, int iChannels, bool bBitRe
   if (!bBitReservoir) {
     lame_set_disable_reservoir(m_pFlags, 1);
   }
-  lame_set_padding_type(m_pFlags, PAD_NO);
+  // Padding needs no word: the library pads frames where the sampling rate asks for it, and no others.
   // A stream has no first frame that tells about the whole of it.
   lame_set_bWriteVbrTag(m_pFlags, 0);
   if (lame_init_params(m_pFlags) < 0) {

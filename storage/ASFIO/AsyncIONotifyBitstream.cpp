@@ -19,7 +19,7 @@ void AsyncIONotifyBitstream::set(std::uint32_t uStreamNumber, std::uint32_t uTim
   m_uStreamNumber = uStreamNumber;
   m_uTime = uTime;
   m_duSize = uUnitSize;
-  if (const qm_ci::QMCIBitstream* const psRecord = oCIBitstream.getConstQMCIBitstreamPtr()) {
+  if (const QMCIBitstream* const psRecord = oCIBitstream.getConstQMCIBitstreamPtr()) {
     std::memcpy(m_header.data(), psRecord, m_header.size());
   } else {
     m_header.fill(0);
