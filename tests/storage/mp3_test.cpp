@@ -186,10 +186,11 @@ TEST(Mp3Coder, MakesFramesThatPlayersAndItsDecoderPlay) {
     EXPECT_EQ(decoder.getFrameSamples(), row.iFrameSamples);
     EXPECT_EQ(decoder.getMode(), row.iMode);
 
+    // The trailer comes out as one packet more, which holds no sound.
     EXPECT_EQ(
         runTool("ffprobe -v error -f mp3 -count_packets -show_entries stream=nb_read_packets -of csv=p=0 " +
                 sPath),
-        std::to_string(iFrames) + "\n");
+        std::to_string(iFrames + 1) + "\n");
     EXPECT_EQ(runTool("mpg123 -q -s " + sPath + " | wc -c"),
               std::to_string(iFrames * row.iFrameSamples * row.iChannels * 2) + "\n");
   }
