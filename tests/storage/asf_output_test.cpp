@@ -7,7 +7,6 @@
 #include "coreapi/qmutils/socket/jdirectiosocket.h"
 #include "storage/ASFIO/ASFOutput.h"
 #include "storage/ASFIO/asfformat.h"
-#include "storage/saturated.h"
 #include "tests/storage/writersupport.h"
 #include "tests/support/logcapture.h"
 
@@ -22,10 +21,6 @@ const std::string kIndexId = hex("BF DB CB EF B3 8B DB 47 B0 0D 7F B2 56 05 9D 2
 const std::string kFileParams =
     "authoringApp=\"app\", supportAuthentication=true, syntheticFlag=true, "
     "validKeyFrameFlag=true";
-
-std::string zeros(std::size_t count) {
-  return std::string(count, '\0');
-}
 
 std::string object(const std::string& sId, const std::string& sBody) {
   return sId + le(sBody.size() + 24, 8) + sBody;
@@ -295,14 +290,6 @@ TEST(FileStreamInfo, KeepsEntriesWhileItGrowsAndWhenItIsCopied) {
               (IndexEntry{10 * i, 100 * i, 0, 0, 0}));
   }
   EXPECT_EQ(readIndexEntry(copy.getEntries() + 80000, FILEINDEX_NTP), (IndexEntry{1, 2, 0, 0, 0}));
-}
-
-TEST(Fields, HoldTheLargestNumberThatFits) {
-  EXPECT_EQ(saturated<std::uint32_t>(1e30), 0xFFFFFFFFU);
-  EXPECT_EQ(saturated<std::uint32_t>(-1.0), 0U);
-  EXPECT_EQ(saturated<std::uint32_t>(0.0 / 0.0 * 1.0), 0U);
-  EXPECT_EQ(saturated<std::uint16_t>(70000U), 0xFFFF);
-  EXPECT_EQ(saturated<std::uint32_t>(2.9), 2U);
 }
 
 }  // namespace

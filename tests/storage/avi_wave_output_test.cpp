@@ -13,10 +13,6 @@ using namespace qm_test;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-std::string zeros(std::size_t count) {
-  return std::string(count, '\0');
-}
-
 std::string chunk(const std::string& sCode, const std::string& sBody) {
   return sCode + le(sBody.size(), 4) + sBody + zeros(sBody.size() % 2);
 }

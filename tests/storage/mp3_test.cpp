@@ -10,10 +10,6 @@ namespace {
 
 using namespace qm_test;
 
-std::string zeros(std::size_t count) {
-  return std::string(count, '\0');
-}
-
 const std::string kOnes(8, '\xFF');
 
 TEST(Mp3Output, EndsInWhatReadersFindFromTheEnd) {

@@ -65,30 +65,14 @@ TEST(Writers, LeaveTheUnfinishedFileWhenFinishingFails) {
   }
 }
 
-TEST(Writers, LoseOnlyTheFrameWhoseWriteFails) {
-  for (const Format& format : formats()) {
-    SCOPED_TRACE(format.szType);
-    const TempDir dir;
-    const auto written = [&](const std::string& sName, bool bFail) {
-      auto pOutput = started(format, dir.path(sName));
-      write(*pOutput, 1, frame(1));
-      if (bFail) {
-        // The first call takes one byte, and the next one that would take the rest fails.
-        arm(qm_platform::Seam::kFile, 1, FaultKind::kShort, false);
-        EXPECT_EQ(thrownBy([&] { write(*pOutput, 1, frame(2, 5000)); }), "nothing");
-        qm_platform::disarmFaults();
-        arm(qm_platform::Seam::kFile, 1, FaultKind::kError, false);
-        EXPECT_NE(thrownBy([&] { write(*pOutput, 1, frame(7, 9000)); }), "nothing");
-        qm_platform::disarmFaults();
-      } else {
-        write(*pOutput, 1, frame(2, 5000));
-      }
-      write(*pOutput, 1, frame(3));
-      pOutput.reset();
-      std::string sFile = readFile(dir.path(sName));
-      return format.szType == std::string("asf") ? sFile.erase(64, 8) : sFile;  // without its creation date
-    };
-    EXPECT_EQ(written("failed", true), written("whole", false));
+TEST(Writers, TakeAnotherPlaceForTheIndexOfAnAviFileOrSayWhyThereIsNone) {
+  const TempDir dir;
+  for (const bool bNowhere : {false, true}) {
+    auto pSocket = std::make_unique<JFileSocket>(dir.path("a"), JFileSocket::kWrite, true);
+    arm(qm_platform::Seam::kFile, 1, FaultKind::kError, bNowhere);
+    const std::string sThrown = thrownBy([&] { FileOutput::create(std::move(pSocket), "avi", ""); });
+    qm_platform::disarmFaults();
+    EXPECT_EQ(sThrown.find("tmpfile") != std::string::npos, bNowhere) << sThrown;
   }
 }
 
@@ -116,6 +100,59 @@ TEST(Writers, DoWithoutAnIndexThatHasNoMemory) {
 }
 
 #endif
+
+/// A file of which one write fails when part of the bytes are there.
+class Tearing : public JFileSocket {
+ public:
+  Tearing(const std::string& sPath, bool& bTear) : JFileSocket(sPath, kWrite, true), m_bTear(bTear) {}
+
+  using JFileSocket::write;
+  using JFileSocket::writev;
+  std::size_t write(const void* pBuffer, std::size_t uLength) override {
+    return JFileSocket::write(pBuffer, tear(uLength));
+  }
+  std::size_t writev(const JIoBuf* pBuffers, std::size_t uCount) override {
+    if (m_bTear) {
+      JFileSocket::write(pBuffers[1].pBuf, pBuffers[1].bufLength);
+      tear(0);
+    }
+    return JFileSocket::writev(pBuffers, uCount);
+  }
+
+ private:
+  std::size_t tear(std::size_t uLength) {
+    if (m_bTear) {
+      m_bTear = false;
+      JFileSocket::write("torn", 4);
+      QM_THROW(JNoSpaceLeftError, ENOSPC, "WriteFile");
+    }
+    return uLength;
+  }
+
+  bool& m_bTear;
+};
+
+TEST(Writers, LoseOnlyTheFrameWhoseWriteFails) {
+  const LogCapture quiet;
+  for (const Format& format : formats()) {
+    SCOPED_TRACE(format.szType);
+    const TempDir dir;
+    const auto written = [&](bool bFailing) {
+      bool bTear = false;
+      auto pOutput = FileOutput::create(std::make_unique<Tearing>(dir.path("a"), bTear), format.szType, "");
+      pOutput->open(&format.stream, nullptr, nullptr);
+      for (const std::uint64_t uNumber : {1U, 2U}) {
+        write(*pOutput, 1, frame(uNumber));
+        bTear = bFailing;
+        EXPECT_TRUE(!bFailing || thrownBy([&] { write(*pOutput, 1, frame(7, 70000)); }) != "nothing");
+      }
+      pOutput.reset();
+      std::string sFile = readFile(dir.path("a"));
+      return format.szType == std::string("asf") ? sFile.erase(64, 8) : sFile;  // without its creation date
+    };
+    EXPECT_EQ(written(true), written(false));
+  }
+}
 
 /// A connection: takes a few bytes at a time, and fails at one write. It has no position.
 class Connection : public JSocket {

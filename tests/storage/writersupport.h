@@ -30,6 +30,10 @@ std::unique_ptr<FileOutput> writerOf(const std::string& sType, const std::string
 /// Bytes written as hexadecimal digits, blanks between them.
 std::string hex(const std::string& sDigits);
 
+inline std::string zeros(std::size_t count) {
+  return std::string(count, '\0');
+}
+
 /// Little-endian numbers as bytes, and read from bytes.
 std::string le(std::uint64_t uValue, int iWidth);
 std::uint64_t at(const std::string& sBytes, std::size_t place, int iWidth);
