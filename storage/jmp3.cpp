@@ -112,6 +112,10 @@ int JMP3Encoder::encode(const std::int16_t* pPcm, std::uint8_t* pOutput) {
   if (m_pFlags == nullptr) {
     return -1;
   }
+  if (m_waiting == m_buffer.size()) {
+    // Without room the library would take the buffer for endless.
+    QM_THROW(JTextError, "MP3 encoder jammed");
+  }
   std::uint8_t* const pFree = m_buffer.data() + m_waiting;
   const auto iFree = static_cast<int>(m_buffer.size() - m_waiting);
   // The calls declare what they only read as writable.

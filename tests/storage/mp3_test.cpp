@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <vector>
 
+#include "coreapi/qmutils/text/jtext.h"
 #include "storage/jmp3.h"
 #include "tests/storage/writersupport.h"
 
@@ -67,50 +68,34 @@ TEST(Mp3Output, TakesOneStreamOfMp3) {
             "MP3 files can only contain one stream");
 }
 
+/// Bit rate, version, sampling rate, channels, padding and checksum of a header.
+std::string describe(const std::string& sHeader) {
+  const auto* const pBytes = reinterpret_cast<const std::uint8_t*>(sHeader.data());
+  std::uint32_t uBitRate = 0;
+  std::uint32_t uSampleRate = 0;
+  int iVersion = 0;
+  int iChannels = 0;
+  bool bPadding = false;
+  bool bCrc = false;
+  const bool bValid =
+      parseMPEGHeader(pBytes, &uBitRate, &iVersion, &uSampleRate, &iChannels, &bPadding, &bCrc);
+  EXPECT_EQ(parseMPEGHeader(pBytes, nullptr), bValid);
+  return bValid ? qm_utils::format("%u %d %u %d %d %d", uBitRate, iVersion, uSampleRate, iChannels, bPadding,
+                                   bCrc)
+                : "refused";
+}
+
 TEST(MpegHeader, IsTakenApartOrRefused) {
-  struct Case {
-    const char* szBytes;
-    bool bValid;
-    std::uint32_t uBitRate;
-    int iVersion;
-    std::uint32_t uSampleRate;
-    int iChannels;
-    bool bPadding;
-    bool bCrc;
-  };
-  const std::array<Case, 11> cases = {{
-      {"FF FB 90 64", true, 128000, 1, 44100, 2, false, false},
-      {"FF FA E6 00", true, 320000, 1, 48000, 2, true, true},
-      {"FF F3 88 C0", true, 64000, 2, 16000, 1, false, false},
-      {"FF E3 14 80", true, 8000, 3, 12000, 2, false, false},
-      {"FF FB 00 00", true, 0, 1, 44100, 2, false, false},
-      {"FF FB F0 64", false, 0, 0, 0, 0, false, false},  // bit rate index 15
-      {"FF FB 9C 64", false, 0, 0, 0, 0, false, false},  // sampling rate index 3
-      {"FF EB 90 64", false, 0, 0, 0, 0, false, false},  // version 1
-      {"FF FD 90 64", false, 0, 0, 0, 0, false, false},  // layer II
-      {"FF DB 90 64", false, 0, 0, 0, 0, false, false},  // sync
-      {"00 00 00 00", false, 0, 0, 0, 0, false, false},
-  }};
-  for (const Case& row : cases) {
-    SCOPED_TRACE(row.szBytes);
-    const std::string sBytes = hex(row.szBytes);
-    const auto* const pBytes = reinterpret_cast<const std::uint8_t*>(sBytes.data());
-    std::uint32_t uBitRate = 0;
-    int iVersion = 0;
-    std::uint32_t uSampleRate = 0;
-    int iChannels = 0;
-    bool bPadding = false;
-    bool bCrc = false;
-    EXPECT_EQ(parseMPEGHeader(pBytes, &uBitRate, &iVersion, &uSampleRate, &iChannels, &bPadding, &bCrc),
-              row.bValid);
-    EXPECT_EQ(parseMPEGHeader(pBytes, nullptr), row.bValid);
-    EXPECT_EQ(uBitRate, row.uBitRate);
-    EXPECT_EQ(iVersion, row.iVersion);
-    EXPECT_EQ(uSampleRate, row.uSampleRate);
-    EXPECT_EQ(iChannels, row.iChannels);
-    EXPECT_EQ(bPadding, row.bPadding);
-    EXPECT_EQ(bCrc, row.bCrc);
-  }
+  EXPECT_EQ(describe(hex("FF FB 90 64")), "128000 1 44100 2 0 0");
+  EXPECT_EQ(describe(hex("FF FA E6 00")), "320000 1 48000 2 1 1");
+  EXPECT_EQ(describe(hex("FF F3 88 C0")), "64000 2 16000 1 0 0");
+  EXPECT_EQ(describe(hex("FF E3 14 80")), "8000 3 12000 2 0 0");
+  EXPECT_EQ(describe(hex("FF FB 00 00")), "0 1 44100 2 0 0");
+  EXPECT_EQ(describe(hex("FF FB F0 64")), "refused") << "bit rate index 15";
+  EXPECT_EQ(describe(hex("FF FB 9C 64")), "refused") << "sampling rate index 3";
+  EXPECT_EQ(describe(hex("FF EB 90 64")), "refused") << "version 1";
+  EXPECT_EQ(describe(hex("FF FD 90 64")), "refused") << "layer II";
+  EXPECT_EQ(describe(hex("FF DB 90 64")), "refused") << "no sync word";
 }
 
 /// A second of a tone, coded frame by frame.

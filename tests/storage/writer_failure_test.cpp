@@ -77,8 +77,7 @@ TEST(Writers, TakeAnotherPlaceForTheIndexOfAnAviFileOrSayWhyThereIsNone) {
 }
 
 TEST(Writers, DoWithoutAnIndexThatHasNoMemory) {
-  for (const Format& format : formats()) {
-    SCOPED_TRACE(format.szType);
+  for (const Format& format : {formats()[0], formats()[3]}) {
     const TempDir dir;
     const LogCapture log;
     auto pOutput = started(format, dir.path("a"));
@@ -88,14 +87,10 @@ TEST(Writers, DoWithoutAnIndexThatHasNoMemory) {
     write(*pOutput, 1, frame(2));
     const std::string sOpen = readFile(dir.path("a"));
     pOutput.reset();
-    const std::string sFile = readFile(dir.path("a"));
-    // Only these two keep an index in memory.
-    if (format.szType == std::string("asf")) {
-      EXPECT_TRUE(log.has(qm_err::kLogException, "Unable to write CI index"));
-      EXPECT_EQ(sFile, sOpen);
-    } else if (format.szType == std::string("mp3")) {
-      EXPECT_EQ(sFile, sOpen + le(6000, 8) + std::string(8, '\xFF') + "QM_TAG_1" + le(0, 4));
-    }
+    const bool bAsf = format.szType == std::string("asf");
+    EXPECT_EQ(log.has(qm_err::kLogException, "Unable to write CI index"), bAsf);
+    EXPECT_EQ(readFile(dir.path("a")),
+              bAsf ? sOpen : sOpen + le(6000, 8) + std::string(8, '\xFF') + "QM_TAG_1" + le(0, 4));
   }
 }
 
