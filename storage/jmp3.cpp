@@ -18,7 +18,7 @@ JMutex& decoderMutex() {
 }
 
 /// What the library would print on the host's standard error stream.
-void logReport(const char* szFormat, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] void logReport(const char* szFormat, va_list arguments) {
   try {
     qm_err::logText(qm_err::kLogDebug, qm_utils::vformat(szFormat, arguments).c_str());
   } catch (JError* pError) {
