@@ -15,7 +15,7 @@ class IndexView {
       : m_eType(eType),
         m_pEntries(pEntries),
         m_uStride(index_layout::entrySize(eType)),
-        m_uCount(pEntries != nullptr ? uCount : 0) {}
+        m_uCount(pEntries != nullptr && m_uStride != 0 ? uCount : 0) {}
 
   std::uint32_t count() const noexcept { return m_uCount; }
 
