@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -160,6 +158,9 @@ class FileInfo : public JCacheRecord {
   /// files of the process's own archive alone. Throws JTextError for a file that isn't whole, and what the
   /// socket throws.
   static Ptr create(JFileSocket& socket, const std::string& sName, bool bMapIndex);
+
+ private:
+  bool takesEntry(const FileStreamInfo& stream, std::uint32_t uNumber, IndexType eType) const;
 
  protected:
   /// A reader over this description, which reads through the socket.

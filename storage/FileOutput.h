@@ -69,7 +69,7 @@ class FileOutput {
 
   /// Hands the description over to the caller, who deletes it after the writer. It goes on growing until
   /// then.
-  [[nodiscard]] FileInfo* detachFileInfo() noexcept;
+  FileInfo* detachFileInfo() noexcept;
 
  protected:
   FileOutput(std::unique_ptr<JSocket> pSocket, std::unique_ptr<FileInfo> pFileInfo);
@@ -97,8 +97,15 @@ class FileOutput {
     }
   }
 
+  /// Throws JTextError when the file is started: its header has told of the streams.
+  void checkNotStarted() const;
+
+  /// Throws JTextError unless the file is started and has the stream.
+  void checkStream(std::uint32_t uStreamNumber) const;
+
   std::unique_ptr<JSocket> m_poSocket;
-  FileInfo* m_poFileInfo;  ///< owned, unless it is detached
+  std::unique_ptr<FileInfo> m_poFileInfo;  ///< the caller's once it is detached
   bool m_bFileInfoDetached = false;
+  bool m_bStarted = false;
   WholeWriter m_writer;  ///< writes to `m_poSocket`
 };

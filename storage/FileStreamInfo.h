@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -123,8 +124,12 @@ class FileStreamInfo {
   };
 
   IndexView view() const noexcept { return {m_eIndexType, getEntries(), m_uCount}; }
+
+  /// Entries that the array of a stream with `uCount` frames has room for.
+  static std::uint64_t entriesFor(std::uint64_t uCount) noexcept;
+
   void copyFrom(const FileStreamInfo& other);
-  void makeRoom();
+  void grow(std::size_t entrySize);
 
   std::uint32_t m_uCount = 0;
   JTime m_firstDate;

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <vector>
 
 #include "coreapi/qmci/fourcc.h"
 
@@ -28,3 +30,12 @@ constexpr std::uint64_t padded(std::uint64_t uSize) noexcept {
 }
 
 }  // namespace riff_layout
+
+/// Writes the head of a chunk, 8 bytes.
+void writeChunkHead(std::uint32_t uCode, std::uint32_t uSize, std::uint8_t* pTo) noexcept;
+
+/// Appends a chunk, with the pad byte of an odd body. A body of 4 GiB can't be.
+void appendChunk(std::vector<std::uint8_t>& to, std::uint32_t uCode, std::span<const std::uint8_t> body);
+
+/// Appends a list: a chunk "LIST" whose body is the code of its type and what it holds.
+void appendList(std::vector<std::uint8_t>& to, std::uint32_t uType, std::span<const std::uint8_t> content);

@@ -60,22 +60,28 @@ class ASFOutput : public FileOutput {
  private:
   friend class AsyncIONotifyBitstream;
 
-  ASFOutput(std::unique_ptr<JSocket> pSocket, std::unique_ptr<ASFFileInfoOut> pFileInfo);
+  ASFOutput(std::unique_ptr<ASFFileInfoOut> pFileInfo, std::unique_ptr<JSocket>&& pSocket);
 
   void makeStreamRecords();
-  void writeBlock(std::uint64_t uDataObjectSize, bool bOverwrite);
+  void writeHeader(bool bFinal);
   void writeAsync(std::span<const JIoBuf> unit, std::uint64_t uUnitSize, std::uint32_t uStreamNumber,
                   const qm_ci::ConstBitstream& oCIBitstream, std::uint32_t uTime);
   JIoBuf alignedUnit(std::span<const std::uint8_t> head, const JIoBuf& payload);
   std::uint64_t unitSizeInFile(std::uint64_t uUnitSize) const noexcept;
   void accountUnit(std::uint32_t uStreamNumber, const qm_ci::ConstBitstream& oCIBitstream,
                    std::uint32_t uTime, std::uint64_t uSize);
+
+  // How an asynchronous write ended, told by its notify object, which then goes back to the pool.
+  void unitWritten(std::uint32_t uStreamNumber, const qm_ci::ConstBitstream& header, std::uint32_t uTime,
+                   std::uint64_t uSize);
   void unitLost() noexcept { m_writer.failed(); }
+  void giveBack(AsyncIONotifyBitstream* pNotify) noexcept;
+
   void finish();
   void writeIndexes();
   void writeAlignedIndexes();
+  void computeStatistics();
   AsfStreamStatistics statisticsOf(std::uint32_t uStreamNumber) const;
-  void putStatistics();
 
   ASFFileInfoOut& m_fileInfo;  ///< what `m_poFileInfo` points to
   std::vector<ASFStream> m_streams;
@@ -83,7 +89,7 @@ class ASFOutput : public FileOutput {
   qm_utils::AlignedBuffer m_alignBuffer;  ///< whole blocks, as many as the largest unit so far takes
   std::size_t m_alignBufferSize = 0;
   std::uint64_t m_position = 0;
-  AsfHeader m_header;  ///< empty until the start
+  AsfHeader m_header;
   AsfFileProperties m_properties;
   AsyncIONotifyPool m_pool;
 };

@@ -36,7 +36,8 @@ class AsyncIONotifyBitstream : public JSocketAsyncIONotify {
 };
 
 /// The notify objects of one writer, used again and again. Starts with one; doubles whenever one is asked for
-/// and none is there. All must be back when it goes. Any thread.
+/// and none is there. All must be back when it goes; an object that isn't stays undeleted, since a socket
+/// still knows it. Any thread.
 class AsyncIONotifyPool {
  public:
   explicit AsyncIONotifyPool(ASFOutput& output);
@@ -44,9 +45,9 @@ class AsyncIONotifyPool {
   AsyncIONotifyPool(const AsyncIONotifyPool&) = delete;
   AsyncIONotifyPool& operator=(const AsyncIONotifyPool&) = delete;
 
-  /// An object, which the caller gives back with `put`; null when there is no memory for more.
-  AsyncIONotifyBitstream* get() noexcept;
-  void put(AsyncIONotifyBitstream* pNotify) noexcept;
+  /// An object, which comes back through `put`; null when there is no memory for more.
+  std::unique_ptr<AsyncIONotifyBitstream> get() noexcept;
+  void put(std::unique_ptr<AsyncIONotifyBitstream> pNotify) noexcept;
 
   /// Objects that exist, and those of them that are in the pool.
   std::size_t getMaxSize() const;
@@ -56,7 +57,7 @@ class AsyncIONotifyPool {
   void grow(std::size_t nNewMaxSize);
 
   ASFOutput& m_output;
-  std::vector<std::unique_ptr<AsyncIONotifyBitstream>> m_objects;
-  std::vector<AsyncIONotifyBitstream*> m_free;
+  std::vector<std::unique_ptr<AsyncIONotifyBitstream>> m_objects;  ///< those in the pool
+  std::size_t m_nMaxSize = 0;
   mutable JMutex m_mutex;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "storage/FileInfo.h"
@@ -9,4 +10,11 @@ class AVIFileInfo : public FileInfo {
  public:
   /// Of a file that is being written; both streams may still be absent.
   explicit AVIFileInfo(std::string sFileName);
+
+  /// Place of the first frame chunk in the file; 0 until it is known.
+  std::uint64_t getDataStart() const noexcept { return m_uDataStart; }
+  void setDataStart(std::uint64_t uPlace) noexcept { m_uDataStart = uPlace; }
+
+ private:
+  std::uint64_t m_uDataStart = 0;
 };

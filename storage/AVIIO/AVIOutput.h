@@ -37,17 +37,21 @@ class AVIOutput : public FileOutput {
   void addVideoStream(const qm_ci::QMVideoInfoNoXml& videoInfo, const FileAttributes* pAttributes);
 
  private:
-  std::vector<std::uint8_t> makeHeader() const;
+  std::vector<std::uint8_t> makeHeader(std::uint64_t uIndexBytes) const;
   std::vector<std::uint8_t> makeHeaderList() const;
-  std::uint32_t framesOf(std::uint32_t uStream) const;
-  void storeIndexEntry(std::uint32_t uChunkCode, std::uint32_t dwFlags, std::uint32_t uBodySize);
+  std::vector<std::uint8_t> makeMainHeader() const;
+  std::vector<std::uint8_t> makeVideoList() const;
+  std::vector<std::uint8_t> makeAudioList() const;
+  std::uint32_t framesOf(std::uint32_t uStreamNumber) const;
+  void storeIndexEntry(std::uint32_t uCode, std::uint32_t dwFlags, std::uint32_t uBodySize);
   void finish();
   void writeIndex();
 
+  AVIFileInfo& m_fileInfo;  ///< what `m_poFileInfo` points to
   std::optional<qm_ci::QMVideoInfoNoXml> m_poVideoInfo;
   std::optional<qm_ci::QMAudioInfoNoXml> m_poAudioInfo;
   std::uint64_t m_moviSize = 0;  ///< bytes behind the type of the "movi" list
-  std::uint32_t m_uIndexEntries = 0;
   qm_utils::StreamPointer m_indexFile;
-  std::size_t m_headerSize = 0;  ///< 0 until the start
+  std::uint32_t m_uIndexEntries = 0;
+  bool m_bIndexTorn = false;  ///< more than the entries may stand in the temporary file
 };
