@@ -7,6 +7,7 @@
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
+#include "coreapi/qmutils/thread/namedassert.h"
 #include "storage/ASFIO/ASFFileInfoIn.h"
 #include "storage/AVIIO/AVIFileInfo.h"
 #include "storage/filekinds.h"
@@ -116,13 +117,13 @@ std::unique_ptr<FileInput> FileInput::create(std::unique_ptr<JISocket> pSocket, 
 
 int FileInput::seekFrame(std::uint32_t /*uStream*/, std::uint32_t /*uNumber*/, std::uint32_t* /*pSize*/,
                          qm_ci::Bitstream* /*pBitstream*/, bool /*bToKeyFrame*/) {
-  JASSERT(!"FileInput::seekFrame()");
+  QM_ASSERT_AS(false, "FileInput::seekFrame()");
   return kFailed;
 }
 
 int FileInput::seekTime(std::uint32_t /*uStream*/, std::uint32_t* /*pSize*/, JTime /*time*/,
                         qm_ci::Bitstream* /*pBitstream*/, bool /*bToKeyFrame*/) {
-  JASSERT(!"FileInput::seekTime()");
+  QM_ASSERT_AS(false, "FileInput::seekTime()");
   return kFailed;
 }
 
@@ -178,15 +179,15 @@ bool FileInput::isFrameValid(std::uint32_t uStream, std::uint32_t uSize) const {
   return false;
 }
 
-std::uint64_t FileInput::timeByPeriod(std::uint32_t uStream, std::uint64_t uNumber) const {
+std::uint64_t FileInput::timeByPeriod(std::uint32_t uStream, std::uint64_t uNumber, Rounding rounding) const {
   const FileStreamInfo& stream = *m_pFileInfo->getStream(uStream);
   const FramePeriod period = stream.getPeriod();
   const std::uint64_t ullFirst = stream.getFirstDate().getMicroseconds();
   if (period.uDenominator == 0) {
     return ullFirst;
   }
-  const std::uint64_t ullSince =
-      scaled(uNumber, kMicrosecondsPerMillisecond * period.uNumerator, period.uDenominator, true);
+  const std::uint64_t ullSince = scaled(uNumber, kMicrosecondsPerMillisecond * period.uNumerator,
+                                        period.uDenominator, rounding == Rounding::kUp);
   return ullFirst + std::min(ullSince, std::numeric_limits<std::uint64_t>::max() - ullFirst);
 }
 

@@ -20,8 +20,8 @@ class EndOfFileError : public JError {
   void getMessage(char* szBuf, std::size_t iBufLen) const override;
 };
 
-/// Reads the frames of a media file: one after the other, or by number or time. It works through a `FileInfo`,
-/// whose index it fills as it walks a file that has none.
+/// Reads the frames of a media file: one after the other, or by number or time. It works through a
+/// `FileInfo`, whose index it fills as it walks a file that has none.
 ///
 /// `seekFrame`, `seekTime` and `getNextFrame` place the reader in front of a frame's payload, tell its size,
 /// and fill the header of a record if one is given; the payload then comes by `read`, in pieces of any size,
@@ -64,8 +64,8 @@ class FileInput {
   virtual int seekTime(std::uint32_t uStream, std::uint32_t* pSize, JTime time, qm_ci::Bitstream* pBitstream,
                        bool bToKeyFrame);
 
-  /// Goes to the next frame of any stream, whose number is stored. A damaged one is passed over and logged, or
-  /// ends the file. Without `bKeepAuthentication` frames that authenticate others are passed over too.
+  /// Goes to the next frame of any stream, whose number is stored. A damaged one is passed over and logged,
+  /// or ends the file. Without `bKeepAuthentication` frames that authenticate others are passed over too.
   virtual int getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::Bitstream* pBitstream,
                            bool bKeepAuthentication) = 0;
 
@@ -106,8 +106,11 @@ class FileInput {
   void setLastNumber(std::uint32_t uStream, std::int64_t iNumber);
   void resetLastNumbers();
 
-  /// The time of a frame by its number alone, from the stream's first date and frame period, rounded up.
-  std::uint64_t timeByPeriod(std::uint32_t uStream, std::uint64_t uNumber) const;
+  enum class Rounding { kDown, kUp };
+
+  /// The time of a frame by its number alone, from the stream's first date and frame period.
+  std::uint64_t timeByPeriod(std::uint32_t uStream, std::uint64_t uNumber,
+                             Rounding rounding = Rounding::kUp) const;
 
   /// The number of the frame that its period puts at or before a time; 0 for a time before the first date.
   std::uint64_t numberByPeriod(std::uint32_t uStream, std::uint64_t ullTime) const;

@@ -7,6 +7,7 @@
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
+#include "coreapi/qmutils/thread/namedassert.h"
 #include "storage/ASFIO/ASFFileInfoIn.h"
 #include "storage/ASFIO/ASFInput.h"
 #include "storage/ASFIO/asfheader.h"
@@ -103,7 +104,8 @@ void ASFFileInfoIn::rebuildIndex(bool bWriteBack, FileProgress* pProgress, JTime
   if (!bDated && !isIndexRebuild()) {
     return;  // there is nothing to build
   }
-  auto pSocket = std::make_unique<JFileSocket>(getFileName(), bWriteBack ? JFileSocket::kReadWrite : JFileSocket::kRead, true);
+  auto pSocket = std::make_unique<JFileSocket>(
+      getFileName(), bWriteBack ? JFileSocket::kReadWrite : JFileSocket::kRead, true);
   JFileSocket* const pFile = pSocket.get();
   const UseOf use(*this);
   ASFInput input(std::move(pSocket), *this);
@@ -128,7 +130,7 @@ void ASFFileInfoIn::fixIndexInfo(std::uint64_t uDataSize, bool bWrite, JFileSock
   for (const auto& pStream : m_streams) {
     const std::uint32_t uCount = pStream->getCount();
     if (m_iKind == 0) {
-      JASSERT(!"fixIndexInfo(): No Timestamp info for files older than 2.2 SP?");
+      QM_ASSERT_AS(false, "fixIndexInfo(): No Timestamp info for files older than 2.2 SP?");
     } else if (uCount > 0 && pStream->hasTimes()) {
       pStream->setFirstDate(pStream->getTimeByNumber(0));
       pStream->setLastDate(pStream->getTimeByNumber(uCount - 1));
@@ -138,7 +140,7 @@ void ASFFileInfoIn::fixIndexInfo(std::uint64_t uDataSize, bool bWrite, JFileSock
   if (!bWrite) {
     return;
   }
-  JASSERT(pSocket);
+  QM_ASSERT_AS(pSocket != nullptr, "pFileSocket");
   if (pSocket == nullptr) {
     QM_THROW(JTextError, "pFileSocket");
   }
@@ -164,8 +166,9 @@ void ASFFileInfoIn::putTotals(std::uint64_t uDataSize) {
   writeLE64(pProperties + kLastTimeAt, 0);
   writeLE64(pProperties + kLastTimeAgainAt, 0);
   writeLE32(pProperties + kPeakBitRateAt, 0);
-  writeLE32(pProperties + kAverageUnitAt,
-            ullFrames == 0 ? 0 : static_cast<std::uint32_t>(std::min<std::uint64_t>(uDataSize / ullFrames, 0xFFFFFFFF)));
+  writeLE32(pProperties + kAverageUnitAt, ullFrames == 0 ? 0
+                                                         : static_cast<std::uint32_t>(std::min<std::uint64_t>(
+                                                               uDataSize / ullFrames, 0xFFFFFFFF)));
   writeLE32(pProperties + kLargestUnitAt, 0);
   writeLE32(pProperties + kFrameCountAt, static_cast<std::uint32_t>(ullFrames));
 }
@@ -180,7 +183,9 @@ void ASFFileInfoIn::writeIndexes(JFileSocket& socket) const {
     const std::size_t uSize =
         bEntries && pStream->getEntries() != nullptr ? pStream->getCount() * entrySize(eType) : 0;
     std::array<std::uint8_t, kObjectHeadSize> head{};
-    writeAsfObjectHead(!bEntries ? kDataObject1 : m_iKind == 2 ? kIndexObject : kIndexObject1,
+    writeAsfObjectHead(!bEntries      ? kDataObject1
+                       : m_iKind == 2 ? kIndexObject
+                                      : kIndexObject1,
                        kObjectHeadSize + uSize, head.data());
     socket.write(head.data(), head.size());
     if (uSize > 0) {
@@ -207,7 +212,7 @@ void ASFFileInfoIn::writeHeader(JFileSocket& socket) const {
 
 void ASFFileInfoIn::truncate(JTime date) {
   const JAutoLock lock(m_mutex);
-  JASSERT(m_qwDUStart && isOnFlyIndexing() == false);
+  QM_ASSERT_AS(m_qwDUStart != 0 && !isOnFlyIndexing(), "m_qwDUStart && isOnFlyIndexing()==false");
   if (m_qwDUStart == 0 || isOnFlyIndexing()) {
     QM_THROW(JTextError, "the file must be valid to allow truncation");
   }
