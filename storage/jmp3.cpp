@@ -62,12 +62,13 @@ void JMP3Encoder::open(int iBitRate, int iSampleRate, int iChannels, bool bBitRe
     QM_THROW(JTextError, "out of memory");
   }
   lame_set_errorf(m_pFlags, logReport);
-  lame_set_in_samplerate(m_pFlags, iSampleRate);
-  lame_set_out_samplerate(m_pFlags, iSampleRate);
-  lame_set_num_channels(m_pFlags, iChannels);
+  // The library goes on with what it had before when it can't take a setting.
+  bool bTaken = lame_set_in_samplerate(m_pFlags, iSampleRate) >= 0;
+  bTaken = lame_set_out_samplerate(m_pFlags, iSampleRate) >= 0 && bTaken;
+  bTaken = lame_set_num_channels(m_pFlags, iChannels) >= 0 && bTaken;
   lame_set_quality(m_pFlags, 5);
   lame_set_mode(m_pFlags, iChannels == 2 ? JOINT_STEREO : MONO);
-  lame_set_brate(m_pFlags, iBitRate / 1000);
+  bTaken = lame_set_brate(m_pFlags, iBitRate / 1000) >= 0 && bTaken;
   lame_set_VBR(m_pFlags, vbr_off);
   if (!bBitReservoir) {
     lame_set_disable_reservoir(m_pFlags, 1);
@@ -75,7 +76,7 @@ void JMP3Encoder::open(int iBitRate, int iSampleRate, int iChannels, bool bBitRe
   // Padding needs no word: the library pads frames where the sampling rate asks for it, and no others.
   // A stream has no first frame that tells about the whole of it.
   lame_set_bWriteVbrTag(m_pFlags, 0);
-  if (lame_init_params(m_pFlags) < 0) {
+  if (!bTaken || lame_init_params(m_pFlags) < 0) {
     close();
     QM_THROW(JTextError, "lame init params failed");
   }

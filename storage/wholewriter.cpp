@@ -61,6 +61,7 @@ void WholeWriter::appendAsync(std::span<const JIoBuf> bufs, JSocketAsyncIONotify
 }
 
 bool WholeWriter::overwriteStart(std::span<const std::uint8_t> bytes) {
+  mend();
   if (m_socket.rewind() != 0) {
     return false;
   }

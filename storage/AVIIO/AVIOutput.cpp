@@ -9,6 +9,9 @@
 #include <utility>
 
 #include "coreapi/platform/byteorder.h"
+#include "coreapi/platform/process.h"
+#include "coreapi/platform/tempstream.h"
+#include "coreapi/qmutils/socket/fileoperations.h"
 #include "storage/AVIIO/aviformat.h"
 #include "storage/saturated.h"
 
@@ -28,6 +31,22 @@ constexpr std::uint64_t kLargestFile = std::numeric_limits<std::uint32_t>::max()
 
 [[noreturn]] void failTemporary(const char* szFunction) {
   QM_THROW(JSysError, static_cast<std::uint32_t>(errno), szFunction);
+}
+
+/// A temporary file of the current directory, or of the system where that one takes none.
+qm_utils::StreamPointer openIndexFile() {
+  if (qm_utils::StreamPointer pFile = qm_utils::openTempFile()) {
+    return pFile;
+  }
+  char szName[16];
+  qm_utils::makeTempName(szName, sizeof szName);
+  std::FILE* pStream = nullptr;
+  const int iError = qm_platform::openUnnamedStream(
+      qm_utils::getTempPath() + "/" + std::to_string(qm_platform::processId()) + "-" + szName, pStream);
+  if (iError != 0) {
+    QM_THROW(JSysError, static_cast<std::uint32_t>(iError), "tmpfile");
+  }
+  return qm_utils::StreamPointer(pStream);
 }
 
 std::uint32_t chunkCode(std::uint32_t uStreamNumber) noexcept {
@@ -77,11 +96,7 @@ std::uint32_t picturePeriod(qm_ci::Fraction rate) noexcept {
 AVIOutput::AVIOutput(std::unique_ptr<JSocket> pSocket, const std::string& sFileName)
     : FileOutput(std::move(pSocket), std::make_unique<AVIFileInfo>(sFileName)),
       m_fileInfo(static_cast<AVIFileInfo&>(*m_poFileInfo)) {
-  errno = 0;
-  m_indexFile = qm_utils::openTempFile();
-  if (!m_indexFile) {
-    failTemporary("tmpfile");
-  }
+  m_indexFile = openIndexFile();
 }
 
 AVIOutput::~AVIOutput() {

@@ -79,8 +79,7 @@ TEST_F(FileSocket, ModesDecideWhatMayBeDoneAndWhatStays) {
     EXPECT_EQ(readFile(m_sPath), row.after);
     EXPECT_EQ(std::filesystem::exists(m_sPath), row.after[0] != '\0');
   }
-  EXPECT_EQ(fileFailure([&] { JFileSocket(m_dir.path(""), 0, true); }),
-            failure(("CreateFile(\"" + m_dir.path("") + "\")").c_str(), EISDIR));
+  EXPECT_FAILURE("CreateFile(\"" + m_dir.path("") + "\")", EISDIR, JFileSocket(m_dir.path(""), 0, true));
 }
 
 TEST_F(FileSocket, TemporaryFileGoesWhereverTheProcessStandsAndSparesASuccessor) {
@@ -104,8 +103,7 @@ TEST_F(FileSocket, DenialOfSharingHoldsAmongItsUsersUntilTheFileIsClosed) {
     JFileSocket first(m_sPath, JFileSocket::kReadWrite, bFirst);
     first.write("kept", 4);
     const auto openSecond = [&] { JFileSocket second(m_sPath, JFileSocket::kWrite, bSecond); };
-    EXPECT_EQ(fileFailure(openSecond),
-              bAllowed ? "" : failure(("CreateFile(\"" + m_sPath + "\")").c_str(), EAGAIN));
+    EXPECT_EQ(fileFailure(openSecond), bAllowed ? "" : failure("CreateFile(\"" + m_sPath + "\")", EAGAIN));
     EXPECT_EQ(readFile(m_sPath), bAllowed ? "" : "kept");  // a file that is refused isn't emptied
     first.close();
     EXPECT_EQ(fileFailure(openSecond), "");
@@ -131,31 +129,28 @@ TEST_F(FileSocket, PositionsAre64BitsWide) {
   file.getInfo(&uType, &uSize);
   EXPECT_EQ(uType, qm_utils::kPlainFile);
   EXPECT_EQ(uSize, kBeyond + 2);
-  EXPECT_EQ(fileFailure([&] { file.seek(std::int64_t{-1}, JFileSocket::kStart); }),
-            failure("SetFilePointer", EINVAL));
-  EXPECT_EQ(fileFailure([&] { file.seek(0, 3); }), failure("SetFilePointer", EINVAL));
-  EXPECT_EQ(fileFailure([&] { file.setEndOfFile(~std::uint64_t{0}); }), failure("SetFilePointer", EINVAL));
-  EXPECT_EQ(fileFailure([&] { JFileSocket(m_sPath, 0, true).setEndOfFile(1); }),
-            failure("SetEndOfFile", EINVAL));
+  EXPECT_FAILURE("SetFilePointer", EINVAL, file.seek(std::int64_t{-1}, JFileSocket::kStart));
+  EXPECT_FAILURE("SetFilePointer", EINVAL, file.seek(0, 3));
+  EXPECT_FAILURE("SetFilePointer", EINVAL, file.setEndOfFile(~std::uint64_t{0}));
+  EXPECT_FAILURE("SetEndOfFile", EINVAL, JFileSocket(m_sPath, 0, true).setEndOfFile(1));
 }
 
 TEST_F(FileSocket, ClosedFileFailsAndClosesAgain) {
   JFileSocket file(m_sPath, JFileSocket::kReadWrite, true);
   file.close();
   file.close();
-  EXPECT_EQ(fileFailure([&] { rest(file); }), failure("ReadFile", EBADF));
-  EXPECT_EQ(fileFailure([&] { file.write("x", 1); }), failure("WriteFile", EBADF));
-  EXPECT_EQ(fileFailure([&] { file.flush(); }), failure("FlushFileBuffers", EBADF));
-  EXPECT_EQ(fileFailure([&] { file.getInfo(nullptr); }), failure("GetFileInformationByHandle", EBADF));
-  EXPECT_EQ(fileFailure([&] { JFileSocket adopted(-1); }), failure("JFileSocket(HANDLE)", EBADF));
+  EXPECT_FAILURE("ReadFile", EBADF, rest(file));
+  EXPECT_FAILURE("WriteFile", EBADF, file.write("x", 1));
+  EXPECT_FAILURE("FlushFileBuffers", EBADF, file.flush());
+  EXPECT_FAILURE("GetFileInformationByHandle", EBADF, file.getInfo(nullptr));
+  EXPECT_FAILURE("JFileSocket(HANDLE)", EBADF, JFileSocket adopted(-1));
 }
 
-/// Counts what it is told.
+/// Keeps what it is told.
 struct Notify : JSocketAsyncIONotify {
   void onComplete(std::size_t uBytes) override { bytes.push_back(uBytes); }
-  void onError() override { ++errors; }
+  void onError() override { bytes.push_back(~std::size_t{0}); }
   std::vector<std::size_t> bytes;
-  int errors = 0;
 };
 
 TEST_F(FileSocket, GathersAnyNumberOfBuffersAndTellsAtOnce) {
@@ -184,9 +179,8 @@ TEST_F(FileSocket, GathersAnyNumberOfBuffersAndTellsAtOnce) {
   EXPECT_THAT(notify.bytes, testing::ElementsAre(sAll.size(), 3U));
 
   failFileCall(1, FaultKind::kError, EIO);
-  EXPECT_EQ(fileFailure([&] { file.write("lost", 4, &notify); }), failure("WriteFile", EIO));
+  EXPECT_FAILURE("WriteFile", EIO, file.write("lost", 4, &notify));
   EXPECT_EQ(notify.bytes.size(), 2U);
-  EXPECT_EQ(notify.errors, 0);
 }
 
 TEST_F(FileSocket, EveryCallMayBeInterruptedOrCutShort) {
@@ -228,7 +222,7 @@ TEST_F(FileSocket, PipeGivesWhatItHasAndItsBreakIsAnError) {
   pWriter->write(sMuch.data(), sMuch.size());
   const JIoBuf tail[] = {{const_cast<char*>("ta"), 2}, {const_cast<char*>("il"), 2}};
   pWriter->writev(tail, 2);
-  EXPECT_EQ(fileFailure([&] { pWriter->tell(); }), failure("SetFilePointer", ESPIPE));
+  EXPECT_FAILURE("SetFilePointer", ESPIPE, pWriter->tell());
   pWriter.reset();
   thread.join();
   EXPECT_EQ(sGot, sMuch + "tail");
@@ -236,8 +230,8 @@ TEST_F(FileSocket, PipeGivesWhatItHasAndItsBreakIsAnError) {
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   ::close(ends[0]);
   JFileSocket broken(ends[1]);
-  EXPECT_EQ(fileFailure([&] { broken.write("x", 1); }), failure("WriteFile", EPIPE));
-  EXPECT_EQ(fileFailure([&] { broken.writev(tail, 2); }), failure("WriteFile", EPIPE));
+  EXPECT_FAILURE("WriteFile", EPIPE, broken.write("x", 1));
+  EXPECT_FAILURE("WriteFile", EPIPE, broken.writev(tail, 2));
 }
 
 TEST_F(FileSocket, FullDiskHasAnErrorOfItsOwnAndWhatFitStays) {
@@ -268,7 +262,7 @@ TEST_F(FileSocket, ViewsShowAndChangeTheFileFromAnyOffset) {
   const auto uPage = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
   const std::uint64_t uOffset = 2 * uPage + 3;
   JFileSocket file(m_sPath, JFileSocket::kReadWrite, true);
-  EXPECT_EQ(fileFailure([&] { file.mmap(0, 1, false); }), failure("CreateFileMapping", EINVAL));
+  EXPECT_FAILURE("CreateFileMapping", EINVAL, file.mmap(0, 1, false));
   file.setEndOfFile(uOffset);
   file.write("seven..", 7);
   auto* const pView = static_cast<char*>(file.mmap(uOffset, 7, true));
@@ -279,27 +273,19 @@ TEST_F(FileSocket, ViewsShowAndChangeTheFileFromAnyOffset) {
   EXPECT_EQ(std::string(pWhole + uOffset, 7), "SEVEN..");
   JFileSocket::munmap(pView);
   JFileSocket::munmap(pWhole);
-  EXPECT_EQ(fileFailure([&] { JFileSocket::munmap(pView); }), failure("UnmapViewOfFile", EINVAL));
+  EXPECT_FAILURE("UnmapViewOfFile", EINVAL, JFileSocket::munmap(pView));
 
   JFileSocket again(m_sPath, JFileSocket::kRead, true);
   constexpr std::uint64_t k4GiB = std::uint64_t{1} << 32;
-  struct {
-    std::uint64_t offset;
-    std::uint64_t length;
-    std::string failure;
-  } const rows[] = {
-      {uOffset, 8, failure("MapViewOfFile", EINVAL)},
-      {uOffset + 8, 1, failure("MapViewOfFile", EINVAL)},
-      {0, 0, failure("MapViewOfFile", EINVAL)},
-      {~std::uint64_t{0}, 1, failure("MapViewOfFile", EINVAL)},
-      {0, k4GiB - 1, failure("MapViewOfFile", EINVAL)},
-      {3, k4GiB - 3, failure("mmap with length > 4GB", ENOTSUP)},
-      {3, ~std::uint64_t{0}, failure("mmap with length > 4GB", ENOTSUP)},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(fileFailure([&] { again.mmap(row.offset, row.length, false); }), row.failure);
+  const std::pair<std::uint64_t, std::uint64_t> outside[] = {
+      {uOffset, 8}, {uOffset + 8, 1}, {0, 0}, {~std::uint64_t{0}, 1}, {0, k4GiB - 1}};
+  for (const auto& [uFrom, uLength] : outside) {
+    EXPECT_FAILURE("MapViewOfFile", EINVAL, again.mmap(uFrom, uLength, false));
   }
-  EXPECT_EQ(fileFailure([&] { again.mmap(0, 1, true); }), failure("MapViewOfFile", EACCES));
+  for (const std::uint64_t uLength : {k4GiB - 3, ~std::uint64_t{0}}) {
+    EXPECT_FAILURE("mmap with length > 4GB", ENOTSUP, again.mmap(3, uLength, false));
+  }
+  EXPECT_FAILURE("MapViewOfFile", EACCES, again.mmap(0, 1, true));
 }
 
 TEST_F(FileSocket, DirectTransfersFallBackWhereTheFileSystemRefuses) {
@@ -342,8 +328,7 @@ TEST_F(FileSocket, DirectTransfersFallBackWhereTheFileSystemRefuses) {
   EXPECT_EQ(static_cast<JOSocket&>(file).getAlignment(), kBlock);
   const qm_test::LogCapture log;
   failFileCall(1, FaultKind::kError, EINVAL);
-  EXPECT_EQ(fileFailure([&] { file.write(block.get(), 100); }),
-            failure("WriteFile", EINVAL));  // the caller's fault
+  EXPECT_FAILURE("WriteFile", EINVAL, file.write(block.get(), 100));  // the caller's fault
   qm_platform::disarmFaults();
   EXPECT_TRUE(log.messages().empty());
 }
@@ -364,16 +349,15 @@ TEST(AlignedMemory, StandsAtMultiplesAndRefusesWhatCannotBe) {
 
 TEST_F(FileSocket, LimitedFileTakesAtLeastItsTime) {
   using Clock = std::chrono::steady_clock;
-  JFileLimitedSocket file(m_sPath, JFileSocket::kReadWrite, 20'000);
+  JFileLimitedSocket file(m_sPath, JFileSocket::kReadWrite, 20'000);  // bytes a second, µs a read
   const auto start = Clock::now();
   const JIoBuf parts[] = {{const_cast<char*>("a"), 1}, {const_cast<char*>("b"), 1}};
   EXPECT_EQ(file.write(std::string(200, 'x').data(), 200), 200U);
   EXPECT_EQ(file.writev(parts, 2), 2U);
   EXPECT_GE(Clock::now() - start, std::chrono::microseconds(10'100));
-  const auto startOfReads = Clock::now();
   file.rewind();
   EXPECT_EQ(rest(file).size(), 100U);
-  EXPECT_GE(Clock::now() - startOfReads, std::chrono::microseconds(20'000));
+  EXPECT_GE(Clock::now() - start, std::chrono::microseconds(30'100));
 }
 
 }  // namespace

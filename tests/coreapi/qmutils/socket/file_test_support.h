@@ -26,10 +26,14 @@ std::string fileFailure(Work work) {
   return {};
 }
 
-/// A failure as `fileFailure` tells it.
-inline std::string failure(const char* szFunction, int iError) {
-  return szFunction + std::string(" ") + std::to_string(iError);
+/// A system error as `fileFailure` tells it.
+inline std::string failure(const std::string& sFunction, int iError) {
+  return sFunction + " " + std::to_string(iError);
 }
+
+/// The statement behind them throws a system error of this function and number.
+#define EXPECT_FAILURE(sFunction, iError, ...) \
+  EXPECT_EQ(qm_test::fileFailure([&] { __VA_ARGS__; }), qm_test::failure(sFunction, iError))
 
 /// Lets the `nth` call on a file fail.
 inline void failFileCall(std::uint64_t uNth, qm_platform::FaultKind kind, int iError = 0,
