@@ -27,17 +27,13 @@ constexpr int kAviType = 3;
 
 /// a x b / c without overflow on the way; the largest number when the result has more than 64 bits.
 std::uint64_t scaled(std::uint64_t a, std::uint64_t b, std::uint64_t c, bool bUp) noexcept {
-  using Wide = unsigned __int128;
+  __extension__ using Wide = unsigned __int128;
   const Wide result = (Wide{a} * b + (bUp ? c - 1 : 0)) / c;
   constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
   return result > kMost ? kMost : static_cast<std::uint64_t>(result);
 }
 
 }  // namespace
-
-void EndOfFileError::getMessage(char* szBuf, std::size_t iBufLen) const {
-  qm_err::copyText(szBuf, iBufLen, "end of file");
-}
 
 FileInput::FileInput(std::unique_ptr<JISocket> pSocket, FileInfo& fileInfo)
     : m_pFileInfo(&fileInfo),

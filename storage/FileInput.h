@@ -13,13 +13,6 @@
 
 class JFileSocket;
 
-/// A frame was asked for in a stream that doesn't exist or has no index.
-class EndOfFileError : public JError {
- public:
-  using JError::getMessage;
-  void getMessage(char* szBuf, std::size_t iBufLen) const override;
-};
-
 /// Reads the frames of a media file: one after the other, or by number or time. It works through a
 /// `FileInfo`, whose index it fills as it walks a file that has none.
 ///

@@ -202,13 +202,13 @@ void ASFFileInfoIn::readIndexObject(JFileSocket& socket, const Guid& id, std::ui
 void ASFFileInfoIn::readEntries(JFileSocket& socket, std::uint32_t uStream, IndexType eType,
                                 std::uint64_t ullAt, std::uint64_t ullSize, bool bMapIndex) {
   FileStreamInfo& stream = *getStream(uStream);
-  const std::uint64_t ullCount = ullSize / entrySize(eType);
+  const std::uint64_t ullCount = ullSize / index_layout::entrySize(eType);
   if (ullCount > std::numeric_limits<std::uint32_t>::max()) {
     stream.setIndexType(FILEINDEX_NONE);
     return;
   }
   const auto uCount = static_cast<std::uint32_t>(ullCount);
-  const std::uint64_t ullBytes = ullCount * entrySize(eType);
+  const std::uint64_t ullBytes = ullCount * index_layout::entrySize(eType);
   if (bMapIndex && uCount > 0) {
     try {
       stream.setMappedEntries(eType, static_cast<const std::uint8_t*>(socket.mmap(ullAt, ullBytes, false)),

@@ -153,7 +153,7 @@ int AsfHeaderReader::parseObject(std::size_t& at) {
 
 /// A count, and texts with a length byte each. False when they don't fill the object.
 bool AsfHeaderReader::parseLanguages(std::size_t at, std::size_t uSize) const {
-  Cursor cursor(std::span(m_bytes).first(at + uSize), at + language_list::kCountAt);
+  Cursor cursor(getBytes().first(at + uSize), at + language_list::kCountAt);
   for (unsigned uCount = cursor.half(); uCount > 0 && cursor.good(); --uCount) {
     cursor.take(cursor.byte());
   }

@@ -181,7 +181,7 @@ void ASFFileInfoIn::writeIndexes(JFileSocket& socket) const {
     const bool bEntries = m_iKind != 0 && eType == indexTypeOf(m_iKind);
     JASSERT(bEntries);
     const std::size_t uSize =
-        bEntries && pStream->getEntries() != nullptr ? pStream->getCount() * entrySize(eType) : 0;
+        bEntries && pStream->getEntries() != nullptr ? pStream->getCount() * index_layout::entrySize(eType) : 0;
     std::array<std::uint8_t, kObjectHeadSize> head{};
     writeAsfObjectHead(!bEntries      ? kDataObject1
                        : m_iKind == 2 ? kIndexObject
