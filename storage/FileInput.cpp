@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "coreapi/platform/byteorder.h"
-#include "coreapi/qmutils/log/JLog.h"
+#include "coreapi/qmutils/error/loghook.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "coreapi/qmutils/thread/namedassert.h"
 #include "storage/ASFIO/ASFFileInfoIn.h"
@@ -170,8 +170,8 @@ bool FileInput::isFrameValid(std::uint32_t uStream, std::uint32_t uSize) const {
   if (uStream >= 1 && uStream <= m_largestFrames.size() && uSize <= m_largestFrames[uStream - 1]) {
     return true;
   }
-  JLog::log(qm_err::kLogError, "Invalid frame header in file %s: stream number=%i, frame size=%u bytes\n",
-            getFileName().c_str(), static_cast<int>(uStream), uSize);
+  qm_err::log(qm_err::kLogError, "Invalid frame header in file %s: stream number=%i, frame size=%u bytes\n",
+              getFileName().c_str(), static_cast<int>(uStream), uSize);
   return false;
 }
 
@@ -198,14 +198,22 @@ std::uint64_t FileInput::numberByPeriod(std::uint32_t uStream, std::uint64_t ull
                 false);
 }
 
-void FileInput::moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime) {
+void FileInput::moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime, std::uint64_t ullPosition) {
   for (std::uint32_t uOther = 1; uOther <= m_pFileInfo->getStreamCount(); ++uOther) {
     if (uOther == uStream) {
       continue;
     }
     const FileStreamInfo& other = *m_pFileInfo->getStream(uOther);
     if (other.hasTimes()) {
-      setLastNumber(uOther, other.getNumberAtOrBefore(JTime::fromMicroseconds(ullTime)));
+      std::int64_t iNumber = other.getNumberAtOrBefore(JTime::fromMicroseconds(ullTime));
+      while (iNumber >= 0) {
+        const auto entry = other.getEntry(static_cast<std::uint32_t>(iNumber));
+        if (!entry || (entry->ullPosition & ~index_layout::kKeyFrame) < ullPosition) {
+          break;
+        }
+        --iNumber;
+      }
+      setLastNumber(uOther, iNumber);
     } else {
       setLastNumber(uOther, static_cast<std::int64_t>(numberByPeriod(uOther, ullTime)));
     }

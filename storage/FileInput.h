@@ -108,8 +108,9 @@ class FileInput {
   /// The number of the frame that its period puts at or before a time; 0 for a time before the first date.
   std::uint64_t numberByPeriod(std::uint32_t uStream, std::uint64_t ullTime) const;
 
-  /// Puts the numbers of the other streams where they are at a time, so that the file goes on consistently.
-  void moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime);
+  /// Puts the numbers of the other streams where they are at a time and a place, so that the file goes on
+  /// consistently: a frame of that time that stands further on in the file is still to come.
+  void moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime, std::uint64_t ullPosition);
 
   const std::string& getFileName() const { return m_pFileInfo->getFileName(); }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "coreapi/qmutils/log/JLog.h"
+#include "coreapi/qmutils/error/loghook.h"
 
 void JCacheRecord::release() {
   if (m_pCache != nullptr) {
@@ -133,14 +133,14 @@ void JCache::removeFromFree(JCacheRecord* pRecord) {
 
 void JCache::dump() const {
   const JAutoLock lock(m_mutex);
-  JLog::log(qm_err::kLogDebug, "JCache::dump()");
-  JLog::log(qm_err::kLogDebug, "%d in Records:", static_cast<int>(m_records.size()));
+  qm_err::log(qm_err::kLogDebug, "JCache::dump()");
+  qm_err::log(qm_err::kLogDebug, "%d in Records:", static_cast<int>(m_records.size()));
   for (const auto& [sKey, pRecord] : m_records) {
-    JLog::log(qm_err::kLogDebug, "%d: \"%s\"", static_cast<int>(pRecord->m_iRefCount), sKey.c_str());
+    qm_err::log(qm_err::kLogDebug, "%d: \"%s\"", static_cast<int>(pRecord->m_iRefCount), sKey.c_str());
   }
-  JLog::log(qm_err::kLogDebug, "%d in Cache:", static_cast<int>(m_free.size()));
+  qm_err::log(qm_err::kLogDebug, "%d in Cache:", static_cast<int>(m_free.size()));
   for (const std::string& sKey : m_free) {
-    JLog::log(qm_err::kLogDebug, "\"%s\"", sKey.c_str());
+    qm_err::log(qm_err::kLogDebug, "\"%s\"", sKey.c_str());
   }
-  JLog::log(qm_err::kLogDebug, "JCache::dump() [DONE]");
+  qm_err::log(qm_err::kLogDebug, "JCache::dump() [DONE]");
 }

@@ -8,7 +8,6 @@
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/platform/largeblock.h"
 #include "coreapi/qmutils/error/jerror.h"
-#include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "storage/ASFIO/asfkinds.h"
 #include "storage/ASFIO/asfstreamreader.h"
@@ -189,12 +188,13 @@ void ASFFileInfoIn::readIndexObject(JFileSocket& socket, const Guid& id, std::ui
       dateByIndex(uStream);
     }
   } else if (id != kPaddingObject) {
-    JLog::log(qm_err::kLogWarning,
-              "Unknown section ignored in ASF file : type={%08X-%08X-%08X-%08X}, size=%llu, at offset %llu in "
-              "file %s.\n",
-              readLE32(id.data()), readLE32(id.data() + 4), readLE32(id.data() + 8), readLE32(id.data() + 12),
-              static_cast<unsigned long long>(ullSize), static_cast<unsigned long long>(ullAt),
-              getFileName().c_str());
+    qm_err::log(
+        qm_err::kLogWarning,
+        "Unknown section ignored in ASF file : type={%08X-%08X-%08X-%08X}, size=%llu, at offset %llu in "
+        "file %s.\n",
+        readLE32(id.data()), readLE32(id.data() + 4), readLE32(id.data() + 8), readLE32(id.data() + 12),
+        static_cast<unsigned long long>(ullSize), static_cast<unsigned long long>(ullAt),
+        getFileName().c_str());
   }
 }
 
@@ -242,12 +242,12 @@ void ASFFileInfoIn::dateByIndex(std::uint32_t uStream) {
     const bool bVideo = uStream == m_uFirstVideoStream;
     const std::uint64_t ullPeriods = uCount == 0 ? 0 : bVideo ? uCount - 1 : uCount;
     const FramePeriod period = stream.getPeriod();
-    const std::uint64_t ullSince = period.uDenominator == 0 ? 0
-                                                            : ullPeriods * period.uNumerator *
-                                                                  kMicrosecondsPerMillisecond /
-                                                                  period.uDenominator;
+    const std::uint64_t ullSince =
+        period.uDenominator == 0
+            ? 0
+            : ullPeriods * period.uNumerator * kMicrosecondsPerMillisecond / period.uDenominator;
     stream.setFirstDate(m_creationDate);
-    stream.setLastDate(m_creationDate.add(static_cast<std::int64_t>(ullSince)));
+    stream.setLastDate(JTime(m_creationDate).add(static_cast<std::int64_t>(ullSince)));
   }
 }
 

@@ -202,8 +202,8 @@ bool ASFInput::workOutKeyFrame(const Unit& unit) const {
   if (stream.getIndexType() == FILEINDEX_CI) {
     if (const auto first = stream.getEntry(0)) {
       const std::uint64_t uPlace = unit.ullFrameNumber - first->ullFrameNumber;
-      const auto entry = uPlace < stream.getCount() ? stream.getEntry(static_cast<std::uint32_t>(uPlace))
-                                                    : std::nullopt;
+      const auto entry =
+          uPlace < stream.getCount() ? stream.getEntry(static_cast<std::uint32_t>(uPlace)) : std::nullopt;
       if (entry) {
         return (entry->dwFlags & kKeyFrameFlags) != 0;
       }
@@ -214,7 +214,8 @@ bool ASFInput::workOutKeyFrame(const Unit& unit) const {
 
 void ASFInput::settleTime(Unit& unit, std::int64_t iNumber) const {
   if (m_info.getKind() == 0 || m_bTimesFromPeriods) {
-    unit.ullTimeStamp = timeByPeriod(unit.uStream, static_cast<std::uint64_t>(std::max<std::int64_t>(iNumber, 0)));
+    unit.ullTimeStamp =
+        timeByPeriod(unit.uStream, static_cast<std::uint64_t>(std::max<std::int64_t>(iNumber, 0)));
   }
   if (!unit.bAuthentication && !m_info.isIndexRebuild()) {
     const FileStreamInfo& stream = *m_info.getStream(unit.uStream);
@@ -237,9 +238,12 @@ void ASFInput::fill(const Unit& unit, std::int64_t iNumber, qm_ci::Bitstream* pB
     wPictureType = unit.bAuthentication ? qm_ci::kFrameKindAuthentication : std::uint16_t{0};
   }
   pBitstream->setTimestamp(unit.ullTimeStamp);
-  pBitstream->setFrameNumber(m_info.getKind() == 0 ? static_cast<std::uint64_t>(std::max<std::int64_t>(iNumber, 0))
-                                                   : unit.ullFrameNumber);
-  pBitstream->setAccessFlags(bOwnHead ? unit.wAccessFlags : unit.bKeyFrame ? kKeyFrameFlags : std::uint16_t{0});
+  pBitstream->setFrameNumber(m_info.getKind() == 0
+                                 ? static_cast<std::uint64_t>(std::max<std::int64_t>(iNumber, 0))
+                                 : unit.ullFrameNumber);
+  pBitstream->setAccessFlags(bOwnHead         ? unit.wAccessFlags
+                             : unit.bKeyFrame ? kKeyFrameFlags
+                                              : std::uint16_t{0});
   pBitstream->setPictureType(wPictureType);
   pBitstream->setDecoderPipe(unit.dwDecoderPipe);
   pBitstream->setFrameExtra(m_uExtra);
@@ -322,8 +326,7 @@ void ASFInput::addToIndex(const Unit& unit, std::int64_t iNumber, std::uint64_t 
   frame.attach(header.data(), header.size());
   fill(unit, iNumber, &frame);
   // In the short form the position carries the mark of a key frame.
-  const bool bMarked =
-      unit.bKeyFrame && m_info.getStream(unit.uStream)->getIndexType() == FILEINDEX_NTP;
+  const bool bMarked = unit.bKeyFrame && m_info.getStream(unit.uStream)->getIndexType() == FILEINDEX_NTP;
   m_info.addCIEntry(unit.uStream, static_cast<std::uint32_t>(iNumber),
                     bMarked ? uPosition | index_layout::kKeyFrame : uPosition, frame);
 }
@@ -366,10 +369,12 @@ bool ASFInput::rewindInSequence() {
   }
   const std::uint64_t ullSize = readLE64(head.data() + kObjectSizeAt);
   if (ullSize < kObjectHeadSize || !skipBytes(*m_pSocket, ullSize - kObjectHeadSize) ||
-      readFully(*m_pSocket, head.data(), head.size()) != head.size() || !kindOfData(readAsfGuid(head.data()))) {
+      readFully(*m_pSocket, head.data(), head.size()) != head.size() ||
+      !kindOfData(readAsfGuid(head.data()))) {
     return false;
   }
-  return skipBytes(*m_pSocket, m_info.getDataStart() - std::min(m_info.getDataStart(), ullSize + head.size()));
+  return skipBytes(*m_pSocket,
+                   m_info.getDataStart() - std::min(m_info.getDataStart(), ullSize + head.size()));
 }
 
 std::size_t ASFInput::read(void* pBuffer, std::size_t uSize) {
@@ -412,8 +417,8 @@ int ASFInput::seekTime(std::uint32_t uStream, std::uint32_t* pSize, JTime time, 
   return goTo(uStream, uNumber, uPosition, pSize, pBitstream);
 }
 
-int ASFInput::goTo(std::uint32_t uStream, std::uint32_t uNumber, std::uint64_t uPosition, std::uint32_t* pSize,
-                   qm_ci::Bitstream* pBitstream) {
+int ASFInput::goTo(std::uint32_t uStream, std::uint32_t uNumber, std::uint64_t uPosition,
+                   std::uint32_t* pSize, qm_ci::Bitstream* pBitstream) {
   if (m_pFile == nullptr) {
     return kFailed;
   }
@@ -439,7 +444,7 @@ int ASFInput::goTo(std::uint32_t uStream, std::uint32_t uNumber, std::uint64_t u
   m_bSynthetic = unit.bSynthetic;
   m_bAuthentication = unit.bAuthentication;
   settleTime(unit, uNumber);
-  moveOthersTo(uStream, unit.ullTimeStamp);
+  moveOthersTo(uStream, unit.ullTimeStamp, uPosition);
   fill(unit, uNumber, pBitstream);
   if (pSize != nullptr) {
     *pSize = unit.uPayload;

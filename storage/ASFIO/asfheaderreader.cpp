@@ -142,8 +142,7 @@ int AsfHeaderReader::parseObject(std::size_t& at) {
       return kWrongLength;
     }
   } else if (id == kParameters) {
-    m_sFileParameters =
-        asText(std::span(m_bytes).subspan(at + kObjectHeadSize, uSize - kObjectHeadSize));
+    m_sFileParameters = asText(std::span(m_bytes).subspan(at + kObjectHeadSize, uSize - kObjectHeadSize));
   } else if (!isIgnored(id)) {
     return kUnknownObject;
   }

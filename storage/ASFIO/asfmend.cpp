@@ -180,8 +180,9 @@ void ASFFileInfoIn::writeIndexes(JFileSocket& socket) const {
     const IndexType eType = pStream->getIndexType();
     const bool bEntries = m_iKind != 0 && eType == indexTypeOf(m_iKind);
     JASSERT(bEntries);
-    const std::size_t uSize =
-        bEntries && pStream->getEntries() != nullptr ? pStream->getCount() * index_layout::entrySize(eType) : 0;
+    const std::size_t uSize = bEntries && pStream->getEntries() != nullptr
+                                  ? pStream->getCount() * index_layout::entrySize(eType)
+                                  : 0;
     std::array<std::uint8_t, kObjectHeadSize> head{};
     writeAsfObjectHead(!bEntries      ? kDataObject1
                        : m_iKind == 2 ? kIndexObject

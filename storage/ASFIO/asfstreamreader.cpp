@@ -61,8 +61,8 @@ StreamProperties propertiesOf(const AsfStreamProperties& properties) {
   return pExtension != nullptr ? StreamProperties(std::string(pExtension->text())) : StreamProperties();
 }
 
-/// Adds the parameters of an extension to a list. A text that doesn't parse must not keep the frames of a file
-/// from being read.
+/// Adds the parameters of an extension to a list. A text that doesn't parse must not keep the frames of a
+/// file from being read.
 void addParameters(const AsfStreamProperties& properties, const Guid& id, JParams& params) {
   const AsfExtension* const pExtension = properties.find(id);
   if (pExtension == nullptr) {

@@ -201,7 +201,7 @@ int AVIInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint3
   const int iResult = enter(uStream, uNumber, chunk, pSize, pBitstream);
   if (iResult == kFrame) {
     const std::uint64_t ullTime = timeByPeriod(uStream, uNumber);
-    moveOthersTo(uStream, ullTime);
+    moveOthersTo(uStream, ullTime, ullPlace);
     for (std::uint32_t uOther = 1; uOther <= m_info.getStreamCount(); ++uOther) {
       moveAudioTo(uOther, ullTime);
     }

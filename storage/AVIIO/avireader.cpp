@@ -11,7 +11,6 @@
 #include "coreapi/qmci/videoinfo.h"
 #include "coreapi/qmci/waveheader.h"
 #include "coreapi/qmutils/error/jerror.h"
-#include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "storage/AVIIO/AVIFileInfo.h"
 #include "storage/AVIIO/aviformat.h"

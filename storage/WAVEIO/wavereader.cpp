@@ -9,7 +9,6 @@
 #include "coreapi/qmci/bitstream.h"
 #include "coreapi/qmci/waveheader.h"
 #include "coreapi/qmutils/error/jerror.h"
-#include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "storage/WAVEIO/WAVEFileInfo.h"
 #include "storage/WAVEIO/WAVEInput.h"
