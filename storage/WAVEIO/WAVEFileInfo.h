@@ -35,7 +35,7 @@ class WAVEFileInfo : public FileInfo {
 
  private:
   void readFormat(std::span<const std::uint8_t> format);
-  void beginData(std::uint32_t uPlace, std::uint32_t uSize);
+  void beginData(std::uint32_t uPlace, std::uint32_t uSize, std::uint64_t ullThere);
 
   std::uint32_t m_uFrameBytes = 0;
   std::uint32_t m_uDataStart = 0;

@@ -53,7 +53,10 @@ WAVEFileInfo::WAVEFileInfo(JFileSocket& socket, const std::string& sName) : File
     const std::uint32_t uCode = readLE32(chunk + kCodeAt);
     const std::uint32_t uSize = readLE32(chunk + kSizeAt);
     if (uCode == kData) {
-      beginData(static_cast<std::uint32_t>(reader.getPosition()), uSize);
+      std::uint64_t ullFileSize = 0;
+      socket.getInfo(nullptr, &ullFileSize);
+      const std::uint64_t ullThere = ullFileSize - std::min(ullFileSize, reader.getPosition());
+      beginData(static_cast<std::uint32_t>(reader.getPosition()), uSize, ullThere);
       return;
     }
     std::uint64_t ullLeft = padded(uSize);
@@ -110,13 +113,15 @@ void WAVEFileInfo::readFormat(std::span<const std::uint8_t> format) {
   }
 }
 
-void WAVEFileInfo::beginData(std::uint32_t uPlace, std::uint32_t uSize) {
+/// The audio begins at a place, and is said to have a size; of a file that was cut short only what is there
+/// counts.
+void WAVEFileInfo::beginData(std::uint32_t uPlace, std::uint32_t uSize, std::uint64_t ullThere) {
   if (m_uFrameBytes == 0) {
     QM_THROW(JTextError, "wrong format wave file");
   }
   m_uDataStart = uPlace;
-  m_uDataSize = uSize;
-  const std::uint64_t ullCount = (std::uint64_t{uSize} + m_uFrameBytes - 1) / m_uFrameBytes;
+  m_uDataSize = std::min<std::uint64_t>(uSize, ullThere);
+  const std::uint64_t ullCount = (m_uDataSize + m_uFrameBytes - 1) / m_uFrameBytes;
   getStream(1)->setCount(static_cast<std::uint32_t>(ullCount));
   m_bIndexRebuild = uSize == 0;
 }

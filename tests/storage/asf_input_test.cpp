@@ -321,7 +321,8 @@ TEST(AsfFile, CutAnywhereGivesWholeFramesOrAnError) {
   const LogCapture log;
   std::size_t uMost = 0;
   for (std::size_t size = 0; size < sWhole.size(); ++size) {
-    const std::string sPath = dir.write("b.asf", sWhole.substr(0, size));
+    // A new file each: one that is overwritten would wait for the disk.
+    const std::string sPath = dir.write("b" + std::to_string(size), sWhole.substr(0, size));
     std::vector<Read> frames;
     thrownBy([&] {
       if (const auto pInput = readerOf(sPath)) {
