@@ -2,7 +2,7 @@
 
 #include <utility>
 
-FileInfo::FileInfo(std::string sFileName) : m_sFileName(std::move(sFileName)) {}
+FileInfo::FileInfo(std::string sFileName) : JCacheRecord(sFileName), m_sFileName(std::move(sFileName)) {}
 
 void FileInfo::getVideoSize(std::uint32_t* pWidth, std::uint32_t* pHeight) const {
   *pWidth = 0;

@@ -35,12 +35,13 @@ void FileStreamInfo::copyFrom(const FileStreamInfo& other) {
   m_params = other.m_params;
   m_eIndexType = other.m_eIndexType;
   m_streamInfo = other.m_streamInfo;
+  m_pMapped.reset();
   m_pEntries.reset();
-  if (other.m_pEntries) {
+  if (other.getEntries() != nullptr) {
     const std::size_t entrySize = index_layout::entrySize(m_eIndexType);
     m_pEntries = qm_platform::tryAllocate(entriesFor(m_uCount) * entrySize);
     if (m_pEntries) {
-      std::memcpy(m_pEntries.get(), other.m_pEntries.get(), m_uCount * entrySize);
+      std::memcpy(m_pEntries.get(), other.getEntries(), m_uCount * entrySize);
     }
   }
 }
@@ -58,6 +59,7 @@ void FileStreamInfo::setCount(std::uint32_t uCount) {
 void FileStreamInfo::setIndexType(IndexType eType) {
   const JAutoLock lock(m_mutex);
   m_eIndexType = eType;
+  m_pMapped.reset();
   m_pEntries.reset();
 }
 

@@ -10,6 +10,7 @@
 #include "coreapi/qmutils/thread/jmutex.h"
 #include "coreapi/qmutils/time/jtime.h"
 #include "storage/indexformat.h"
+#include "storage/indexsearch.h"
 
 /// A stream's frame period in milliseconds, as a fraction.
 struct FramePeriod {
@@ -59,9 +60,54 @@ class FileStreamInfo {
   /// as it is.
   void setStreamInfo(const qm_ci::StreamInfo& streamInfo);
 
+  /// Takes over an index that was read from a file: `pEntries` holds `uCount` entries of the form.
+  void setEntries(IndexType eType, std::unique_ptr<std::uint8_t[]> pEntries, std::uint32_t uCount);
+
+  /// Looks at an index in place: a view that `JFileSocket::mmap` gave, which ends with this object's use of
+  /// it.
+  void setMappedEntries(IndexType eType, const std::uint8_t* pEntries, std::uint32_t uCount);
+
+  /// Whether the entries are such a view.
+  bool isMapped() const;
+
+  /// Drops the entries and keeps count and form.
+  void releaseEntries();
+
+  /// Forgets frames from the end, as a walk does with the last one that it saw. At most `getCount()`.
+  void dropFrames(std::uint32_t uCount);
+
+  // Looking up. Numbers count the frames of the stream from 0; positions count from the start of the media
+  // data, without the mark of a key frame.
+
+  /// Place of a frame; with `bToKeyFrame` of the one at or before it at which a reader may start, whose number
+  /// is stored. Throws JTextError for a number beyond the end, without an index, and when there is no such
+  /// frame; the number may be another one then.
+  std::uint64_t getPosByNumber(std::uint32_t& uNumber, bool bToKeyFrame) const;
+
+  /// Place and number of the frame in force at a time: the last one at or before it. A time less than a frame
+  /// period behind the last frame is that frame's. With `bToKeyFrame` it goes on back to one at which a reader
+  /// may start, or to the first. Throws JTextError for times outside and without an index that has times.
+  std::uint64_t getPosByTime(JTime time, std::uint32_t& uNumber, bool bToKeyFrame) const;
+
+  /// Time of an entry; 0 where it has none.
+  JTime getTimeByNumber(std::uint32_t uNumber) const;
+
+  /// Whether a frame is a key frame. Throws JTextError for a number beyond the end, and without an index.
+  bool isKeyFrame(std::uint32_t uNumber) const;
+
+  /// An entry as it stands; nothing beyond the end and without an index.
+  std::optional<IndexEntry> getEntry(std::uint32_t uNumber) const;
+
+  /// Whether there are entries with times.
+  bool hasTimes() const;
+
+  /// Number of the last frame at or before a time, -1 when that is before the first one; of an index that has
+  /// times.
+  std::int64_t getNumberAtOrBefore(JTime time) const;
+
   /// The entries, `getCount()` times `index_layout::entrySize` bytes; null when there are none. Only for who
   /// holds the mutex, or knows that the index doesn't grow any more.
-  const std::uint8_t* getEntries() const noexcept { return m_pEntries.get(); }
+  const std::uint8_t* getEntries() const noexcept { return m_pMapped ? m_pMapped.get() : m_pEntries.get(); }
 
   /// Counts a frame and appends its entry. The array grows by doubling; when there is no memory for it, it is
   /// gone for good, and only the count goes on. The caller holds the mutex of the `FileInfo`.
@@ -73,6 +119,12 @@ class FileStreamInfo {
   JMutex& getMutex() const noexcept { return m_mutex; }
 
  private:
+  struct Unmap {
+    void operator()(const std::uint8_t* pView) const noexcept;
+  };
+
+  IndexView view() const noexcept { return {m_eIndexType, getEntries(), m_uCount}; }
+
   /// Entries that the array of a stream with `uCount` frames has room for.
   static std::uint64_t entriesFor(std::uint64_t uCount) noexcept;
 
@@ -85,7 +137,8 @@ class FileStreamInfo {
   FramePeriod m_period;
   JParams m_params;
   IndexType m_eIndexType = FILEINDEX_NONE;
-  std::unique_ptr<std::uint8_t[]> m_pEntries;
+  std::unique_ptr<std::uint8_t[]> m_pEntries;             ///< own entries, or
+  std::unique_ptr<const std::uint8_t, Unmap> m_pMapped;  ///< a view of a file
   mutable JMutex m_mutex;
   std::optional<qm_ci::StreamInfo> m_streamInfo;
 };

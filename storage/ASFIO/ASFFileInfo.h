@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "coreapi/qmutils/time/jtime.h"
 #include "storage/FileInfo.h"
@@ -25,12 +27,22 @@ class ASFFileInfo : public FileInfo {
   bool isIOAligned() const noexcept { return m_bIOAligned; }
   std::uint32_t getIOAlignBlockSize() const noexcept { return m_uIOAlignBlockSize; }
 
+  /// The file's generation, see `asfkinds.h`.
+  int getKind() const noexcept { return m_iKind; }
+
+  /// The number by which data units of a file of kind 0 name a stream.
+  std::uint16_t getUnitNumber(std::uint32_t uStream) const;
+
  protected:
   using FileInfo::FileInfo;
+
+  std::unique_ptr<FileInput> makeInput(std::unique_ptr<JISocket> pSocket) override;
 
   std::uint64_t m_qwDUStart = 0;
   bool m_bIOAligned = false;
   std::uint32_t m_uIOAlignBlockSize = 0;
+  int m_iKind = 2;
+  std::vector<std::uint16_t> m_unitNumbers;  ///< of each stream, for kind 0
   JTime m_creationDate;
   bool m_bValidKeyFrameFlag = false;
   bool m_bSyntheticFlag = false;
