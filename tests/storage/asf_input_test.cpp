@@ -380,7 +380,7 @@ TEST(KilledWriter, LosesTheLastFrameAtMost) {
     if (uHeader == 0) {
       continue;  // killed before the header was there
     }
-    ASSERT_EQ(sError, "nothing");
+    ASSERT_EQ(sError, "");
     const std::vector<Read> frames = framesOf(sPath);
     ASSERT_EQ(frames.size(), uWhole == 0 ? 0 : uWhole - 1) << iRound;
     if (!frames.empty()) {

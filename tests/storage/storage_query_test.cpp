@@ -2,7 +2,7 @@
 #include <string>
 
 #include "storage/StorageQueryImpl.h"
-#include "tests/coreapi/qmutils/rpc/thrownby.h"
+#include "tests/support/thrownby.h"
 #include "tests/storage/wiretext.h"
 #include "tests/support/logcapture.h"
 

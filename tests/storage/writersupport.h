@@ -9,6 +9,7 @@
 #include "storage/FileOutput.h"
 #include "tests/coreapi/qmci/streamsamples.h"
 #include "tests/support/tempdir.h"
+#include "tests/support/thrownby.h"
 
 namespace qm_test {
 
