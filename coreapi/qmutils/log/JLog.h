@@ -28,10 +28,10 @@ class ITraceableObject;
 ///
 /// Threads: everything from any thread, but the operations that stop outputs or inputs never from the thread
 /// of one of them; they would wait for themselves. (`configure` may come from an input's thread as long as it
-/// keeps that input.) Lock order: one configuration at a time, then the lock of the configuration's file, then
-/// that of the lists of outputs and inputs, which is held while a record is passed on, then an output's own.
-/// The calls that wait for an output or an input hold neither of the last two, and `configure` waits for the
-/// input of the master behind the first.
+/// keeps that input.) Lock order: one configuration at a time, then the lock of the configuration's file,
+/// then that of the lists of outputs and inputs, which is held while a record is passed on, then an output's
+/// own. The calls that wait for an output or an input hold neither of the last two, and `configure` waits for
+/// the input of the master behind the first.
 class JLog {
  public:
   struct Msg;
