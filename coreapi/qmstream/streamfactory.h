@@ -48,8 +48,8 @@ struct StreamProtocol {
 const StreamProtocol* findProtocol(std::string_view sId) noexcept;
 
 /// Adds the ids, of all protocols or those of a kind, to a list, in the table's order: the best first.
-void listProtocols(std::vector<std::string>& list);
-void listProtocols(std::vector<std::string>& list, std::uint32_t uKind);
+void listProtocols(std::vector<std::string>& ids);
+void listProtocols(std::vector<std::string>& ids, std::uint32_t uKind);
 
 /// Puts the same ids, joined by commas, in the place of a text; returns their number.
 std::size_t protocolText(std::string& sText);
@@ -63,7 +63,7 @@ bool addSupportedProtocols(JParams& params, std::uint32_t uKind);
 bool getSupportedProtocols(const JParams& params, std::string& sText);
 
 /// Adds the ids in it, which commas, blanks and tabs separate, to a list; false when the list is empty then.
-bool getSupportedProtocols(const JParams& params, std::vector<std::string>& list);
+bool getSupportedProtocols(const JParams& params, std::vector<std::string>& ids);
 
 /// The first row of the table whose id stands in a text of ids; null when there is none. The text's own order
 /// doesn't matter.
