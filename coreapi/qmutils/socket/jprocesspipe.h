@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "coreapi/platform/childprocess.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
@@ -63,7 +63,7 @@ class JProcessPipe {
   static constexpr std::size_t kStreams = 3;
 
   struct Pipes;
-  void start(const std::string& sCommandLine, const char* const* env, Pipes& pipes);
+  void start(const std::string& sCommandLine, const char* const* env);
 
   bool m_redirect[kStreams];
   std::unique_ptr<JFileSocket> m_streams[kStreams];  ///< input, output, error
