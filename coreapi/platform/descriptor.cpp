@@ -6,31 +6,11 @@
 #include <unistd.h>
 
 #include "coreapi/platform/faultseam.h"
+#include "coreapi/platform/systemcall.h"
 
 namespace qm_platform {
 
 namespace {
-
-/// Makes a call of the system until no signal interrupts it. `call` gets whether it is to move one byte only.
-/// `error` becomes 0, or the reason why the result is negative.
-template <typename Call>
-auto uninterrupted(int& error, Call call) noexcept -> decltype(call(false)) {
-  for (;;) {
-    const Fault fault = takeFault(Seam::kFile);
-    if (fault.kind == FaultKind::kError) {
-      error = fault.error;
-      return -1;
-    }
-    if (fault.kind == FaultKind::kInterrupt) {
-      continue;
-    }
-    const auto result = call(fault.kind == FaultKind::kShort);
-    if (result >= 0 || errno != EINTR) {
-      error = result < 0 ? errno : 0;
-      return result;
-    }
-  }
-}
 
 /// Waits until a non-blocking descriptor takes bytes again, or has failed.
 void waitForRoom(int descriptor) noexcept {

@@ -23,12 +23,6 @@ class JDirectIOSocket : public JFileSocket {
   std::uint32_t getAlignment() const override;
   void setAlignment(std::uint32_t uAlignment);
 
-  using JFileSocket::write;
-  using JFileSocket::writev;
-  std::size_t read(void* pBuffer, std::size_t uLength) override;
-  std::size_t write(const void* pBuffer, std::size_t uLength) override;
-  std::size_t writev(const JIoBuf* pBuffers, std::size_t uCount) override;
-
  private:
   std::uint32_t m_uAlignment = kDefaultAlignment;
 };

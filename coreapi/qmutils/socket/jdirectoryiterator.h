@@ -13,8 +13,8 @@ class DirectoryListing;
 /// Lists a directory, "." and ".." included, in the order of the file system. One thread at a time.
 ///
 /// An entry that disappears while the directory is listed may be missing; nothing else is left out. Names are
-/// matched byte by byte; "*" stands for any bytes, "?" for one UTF-8 character, and the pattern "*.*" for
-/// every name. An empty directory is the current one.
+/// matched byte by byte, letter case included: "*" stands for any bytes, "?" for one, everything else for
+/// itself, and the pattern "*.*" for every name. An empty directory is the current one.
 class JDirectoryIterator {
  public:
   /// Separators at the end of the directory are taken off. The first `next` opens the listing.
@@ -30,7 +30,8 @@ class JDirectoryIterator {
   const char* next(std::uint32_t* pType = nullptr, std::uint64_t* pSize = nullptr, JTime* pCreation = nullptr,
                    JTime* pLastWrite = nullptr, JTime* pLastAccess = nullptr);
 
-  /// Whether the entry that `next` returned last is a symbolic link: descending into it could go in circles.
+  /// Whether the entry that `next` returned last, asked for more than its name, is a symbolic link: descending
+  /// into it could go in circles.
   bool isLink() const;
 
   /// Closes the listing; the next call of `next` starts anew.

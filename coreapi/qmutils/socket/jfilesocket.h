@@ -130,28 +130,16 @@ class JFileSocket : public JSocket {
   static void CommitUpdateWithRollBack(std::unique_ptr<JFileSocket> pSocket, const std::string& sPath);
 
  protected:
-  /// How the file is opened beyond the mode.
-  enum class Buffering {
-    kSystem,  ///< through the system's cache
-    kNone,    ///< past it, where the file system takes part
-  };
-
-  JFileSocket(const std::string& sPath, int iMode, bool bShared, Buffering buffering);
-
-  /// Throws a failed platform call: an `errno` value and the label of the call.
-  [[noreturn]] static void failFile(int iError, const std::string& sFunction);
-
-  /// Throws a failed write: JNoSpaceLeftError where room is what is missing.
-  [[noreturn]] static void failWrite(int iError);
-
-  /// Whether transfers go past the system's cache.
-  bool isUnbuffered() const noexcept { return m_bUnbuffered; }
-
-  /// Lets transfers go through the system's cache from now on, and logs it.
-  void giveUpUnbuffered(int iError);
+  /// As the public constructor; with `bUnbuffered` transfers go past the system's cache where the file system
+  /// takes part.
+  JFileSocket(const std::string& sPath, int iMode, bool bShared, bool bUnbuffered);
 
  private:
-  static bool isRefusal(int iError, const void* pBuffer, std::size_t uLength, std::uint32_t uAlignment);
+  bool isAligned(const void* pBuffer, std::size_t uLength) const;
+
+  /// Runs a transfer, and goes on with it through the cache where the file system refuses it past that.
+  template <typename Aligned, typename Transfer>
+  int transferring(Aligned aligned, Transfer transfer);
 
   int m_iFile = -1;
   bool m_bPlain = false;       ///< a plain file: reads are filled up, and no write raises a signal

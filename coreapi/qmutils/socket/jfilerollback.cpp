@@ -1,0 +1,91 @@
+#include <cerrno>
+
+#include "coreapi/platform/fileaccess.h"
+#include "coreapi/platform/filepath.h"
+#include "coreapi/platform/filetree.h"
+#include "coreapi/platform/process.h"
+#include "coreapi/platform/systemerror.h"
+#include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/socket/fileoperations.h"
+#include "coreapi/qmutils/socket/jdirectoryiterator.h"
+#include "coreapi/qmutils/socket/jfilesocket.h"
+
+namespace {
+
+std::string workFileOf(const std::string& sPath) {
+  return sPath + "." + std::to_string(qm_platform::threadId());
+}
+
+void removeLeftover(const std::string& sPath) {
+  const int iError = qm_platform::removeUnused(sPath);
+  // In use, gone meanwhile, or no file at all: nothing to tell.
+  if (iError != 0 && iError != EAGAIN && iError != ENOENT && iError != EISDIR) {
+    qm_err::log(qm_err::kLogWarning, "Leftover \"%s\" can't be deleted: %s", sPath.c_str(),
+                qm_platform::systemErrorText(static_cast<unsigned>(iError)).c_str());
+  }
+}
+
+/// Deletes what interrupted updates of a path have left.
+void removeLeftovers(const std::string& sPath) {
+  const std::string sDirectory = qm_platform::directoryOf(sPath);
+  const std::string sPrefix = sPath.substr(sPath.find_last_of('/') + 1) + ".";
+  JDirectoryIterator entries(sDirectory, "*");
+  while (const char* szName = entries.next()) {
+    const std::string sName = szName;
+    if (sName.starts_with(sPrefix)) {
+      removeLeftover(sDirectory + "/" + sName);
+    }
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<JFileSocket> JFileSocket::OpenUpdateWithRollBack(const std::string& sPath) {
+  const std::string sWork = workFileOf(sPath);
+  removeLeftover(sWork);  // of an earlier thread of this number: its end would stand behind a shorter update
+  auto pSocket = std::make_unique<JFileSocket>(sWork, kReadWrite, true);
+  qm_platform::takePermissions(pSocket->m_iFile, sPath);  // as far as the file system has them
+  return pSocket;
+}
+
+std::unique_ptr<JFileSocket> JFileSocket::OpenReadWithRollBack(const std::string& sPath) {
+  auto pSocket = std::make_unique<JFileSocket>(sPath, kRead, true);
+  try {
+    removeLeftovers(sPath);
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());  // what stands at the path can be read all the same
+  }
+  return pSocket;
+}
+
+// While the work file is open nobody takes it for a leftover, so it is closed behind the move only.
+
+void JFileSocket::CloseUpdateWithRollBack(std::unique_ptr<JFileSocket> pSocket, const std::string& sPath) {
+  try {
+    pSocket->flush();
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
+    qm_err::log(qm_err::kLogError, "JFileSocket::CloseUpdateWithRollBack - error %s",
+                error->getMessage().c_str());
+  }
+  try {
+    qm_utils::moveFile(workFileOf(sPath), sPath, true);
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
+  }
+}
+
+void JFileSocket::CommitUpdateWithRollBack(std::unique_ptr<JFileSocket> pSocket, const std::string& sPath) {
+  const std::string sWork = workFileOf(sPath);
+  try {
+    pSocket->flush();
+    qm_utils::moveFile(sWork, sPath, true);
+  } catch (JError* pError) {
+    qm_err::CaughtError error(pError);
+    qm_platform::deleteFile(sWork);  // it isn't there where only the directory couldn't be synced
+    error.rethrow();
+  }
+}
