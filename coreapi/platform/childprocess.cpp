@@ -138,7 +138,8 @@ class Abandoned {
   void removeEnded() {
     std::erase_if(m_children, [](int child) {
       siginfo_t info;
-      return waitForChild(child, WEXITED | WNOHANG, info) != 0 || info.si_pid != 0;
+      const int error = waitForChild(child, WEXITED | WNOHANG, info);
+      return error == ECHILD || (error == 0 && info.si_pid != 0);
     });
   }
 

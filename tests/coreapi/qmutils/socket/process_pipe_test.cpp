@@ -58,6 +58,13 @@ bool hasChildren() {
   return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
+/// Starts children until those that were given up have ended and nothing is left of them.
+void awaitNoChildren() {
+  while (hasChildren()) {
+    outputOf("true");
+  }
+}
+
 TEST(ProcessPipe, CutsTheCommandLineAtBlanksOutsideQuotes) {
   struct {
     const char* szCommandLine;
@@ -153,9 +160,7 @@ TEST(ProcessPipe, LeavesNothingOfAChildThatItGaveUp) {
     JProcessPipe process(true, false, false);
     process.exec("cat", nullptr);
   }
-  while (hasChildren()) {
-    outputOf("true");
-  }
+  awaitNoChildren();
 }
 
 TEST(ProcessPipe, SurvivesFailuresAtEveryCall) {
@@ -175,6 +180,7 @@ TEST(ProcessPipe, SurvivesFailuresAtEveryCall) {
     bFired = qm_platform::disarmFaults();
     labels.push_back(error.second);
     EXPECT_EQ(openDescriptors(), iDescriptors) << uCall;
+    awaitNoChildren();
   }
   std::erase(labels, "no error");  // a close that reports a failure is one all the same
   labels.erase(std::unique(labels.begin(), labels.end()), labels.end());
@@ -183,9 +189,6 @@ TEST(ProcessPipe, SurvivesFailuresAtEveryCall) {
                                               "CreatePipe for stderr", "DuplicateHandle for stderr",
                                               "GetEnvironmentStrings", "CreateProcess", "JFileSocket(HANDLE)",
                                               "WaitForSingleObject", "GetExitCodeProcess"}));
-  while (hasChildren()) {
-    outputOf("true");
-  }
 }
 
 }  // namespace
