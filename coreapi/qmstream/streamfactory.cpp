@@ -140,12 +140,10 @@ bool getSupportedProtocols(const JParams& params, std::string& sText) {
 
 bool getSupportedProtocols(const JParams& params, std::vector<std::string>& ids) {
   std::string sText;
-  if (getSupportedProtocols(params, sText)) {
-    for (const std::string_view sId : split(sText)) {
-      ids.emplace_back(sId);
-    }
-  }
-  return !ids.empty();
+  getSupportedProtocols(params, sText);
+  const std::vector<std::string_view> found = split(sText);
+  ids.insert(ids.end(), found.begin(), found.end());
+  return !found.empty();
 }
 
 const StreamProtocol* chooseProtocol(std::string_view sText) {

@@ -62,7 +62,7 @@ bool addSupportedProtocols(JParams& params, std::uint32_t uKind);
 /// Reads "SupportedProtocols"; false when it is missing. Throws TypeMismatchError of JVariant.
 bool getSupportedProtocols(const JParams& params, std::string& sText);
 
-/// Adds the ids in it, which commas, blanks and tabs separate, to a list; false when the list is empty then.
+/// Adds the ids in it, which commas, blanks and tabs separate, to a list; false when there are none.
 bool getSupportedProtocols(const JParams& params, std::vector<std::string>& ids);
 
 /// The first row of the table whose id stands in a text of ids; null when there is none. The text's own order
