@@ -243,13 +243,13 @@ int syncDescriptor(int descriptor) noexcept {
   return error == EINVAL || error == EROFS ? 0 : error;  // a pipe or a file system that keeps nothing
 }
 
-int syncDirectoryOf(const std::string& path) noexcept {
+int syncDirectoryOf(const std::string& path) {
   const std::string directory = directoryOf(path);
   int error = 0;
   const int descriptor = uninterrupted(
       error, [&](bool) { return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
   if (error != 0) {
-    return error;
+    return error == EACCES ? 0 : error;  // one that may be written in but not listed
   }
   error = syncDescriptor(descriptor);
   closeDescriptor(descriptor);

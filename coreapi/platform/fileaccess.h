@@ -74,7 +74,7 @@ int truncateFile(int descriptor, std::uint64_t position) noexcept;
 
 /// Returns when a file, or a directory's list of names, is on the disk. What can't be synced counts as done.
 int syncDescriptor(int descriptor) noexcept;
-int syncDirectoryOf(const std::string& path) noexcept;
+int syncDirectoryOf(const std::string& path);
 
 /// Deletes the file at a path if it is the one that the descriptor stands for.
 int deleteOpened(int descriptor, const std::string& path) noexcept;
