@@ -300,6 +300,7 @@ std::uint32_t StorageAccessController3X4X::DataReceiver::takeHeader(std::size_t 
   }
   const auto uPayload = static_cast<std::uint32_t>(uRead - uLength);
   if (const std::uint32_t nXs = uLength - kLeast; nXs != 0) {
+    qm_ci::asserted(uRead - kLeast + nXs <= space.nLength, "ioArray[1].bufLength+nXs<=sSubstream.nLength");
     std::memcpy(pHeader + kLeast, space.pBuf, nXs);
     std::memmove(space.pBuf, space.pBuf + nXs, uPayload);
   }

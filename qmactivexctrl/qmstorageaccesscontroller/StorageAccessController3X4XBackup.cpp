@@ -48,6 +48,16 @@ void deleteBackupFile(const std::string& sPath) {
   }
 }
 
+/// Closes a child's input and waits until it has ended.
+void endChild(JProcessPipe& process) {
+  try {
+    process.wait(true, true);
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
+  }
+}
+
 /// The extension of the output when the caller gives none.
 const char* extensionFor(const qm_ci::StreamInfo* pStreamInfo) {
   return pStreamInfo != nullptr && pStreamInfo->getType() == qm_ci::StreamInfo::kAudio ? ".mp3" : ".asf";
@@ -316,7 +326,7 @@ std::int32_t StorageAccessController3X4X::remoteCopyToProcess(
   if (!attempt("Remote Backup Failed: Unable to create standard error reader", [&] {
         pErrorReader = std::make_unique<SocketReader>(*process.getStderr(), pError == nullptr);
       })) {
-    process.takeStdin().reset();  // the child's end is what the first reader waits for
+    endChild(process);  // the first reader waits for that
     return kCommandFailed;
   }
   const bool bFailed = runBackup(sSource, iFps, process.takeStdin(), sFormat, std::string(), sStart, sEnd);
