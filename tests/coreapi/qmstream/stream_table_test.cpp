@@ -1,4 +1,5 @@
-#include "coreapi/qmci/streaminfonet.h"
+#include <tuple>
+
 #include "coreapi/qmstream/packetizer.h"
 #include "coreapi/qmutils/params/jparams.h"
 #include "tests/coreapi/qmstream/stream_test_support.h"
@@ -45,22 +46,6 @@ TEST(ProtocolTable, ChoosesByItsOwnOrder) {
         << row.szText;
   }
   EXPECT_EQ(findProtocol(""), nullptr);
-}
-
-TEST(ProtocolTable, KnowsTheDatagramProtocolsByNameOnly) {
-  const std::string sRefusal = errorOf([] { QM_THROW(JUnimplementedError); });
-  for (const char* szId : {"QM_SP40", "QM_SP30", "QM_22SP6"}) {
-    const qm_stream::StreamProtocol* const pRow = findProtocol(szId);
-    EXPECT_EQ(pRow->uKind, 1U);
-    EXPECT_EQ(errorOf([&] { pRow->createOSocket(nullptr, ""); }), sRefusal);
-    EXPECT_EQ(errorOf([&] { pRow->createISocket(nullptr, nullptr, "", nullptr, ""); }), sRefusal);
-  }
-  for (const char* szId : {"QM_TPKT", "QM_SP40"}) {
-    EXPECT_EQ(findProtocol(szId)->readStreamInfo, &qm_ci::readStreamInfo) << szId;
-  }
-  for (const char* szId : {"QM_RCPY30", "QM_SP30", "QM_22SP6"}) {
-    EXPECT_EQ(findProtocol(szId)->writeStreamInfo, &qm_ci::writeStreamInfoR30) << szId;
-  }
 }
 
 /// The packets of a frame, each as the texts of its pieces joined by "|".
@@ -118,26 +103,18 @@ TEST(Packetizer, CutsAFrameIntoPackets) {
 TEST(Packetizer, RefusesWhatCantBeCut) {
   Packetizer packetizer;
   char byte = 'x';
-  const JIoBuf one{&byte, 1};
-  const JIoBuf none{&byte, 0};
-  JIoBuf* pBufs = nullptr;
+  JIoBuf one{&byte, 1};
+  JIoBuf none{&byte, 0};
+  JIoBuf* pBufs = &one;
   std::size_t nBufs = 0;
-  const auto refused = [&](std::uint32_t uMaxPacket, std::size_t uHeaders, const JIoBuf* pData,
-                           std::size_t uData) {
-    EXPECT_EQ(errorOf([&] { packetizer.init(uMaxPacket, &one, uHeaders, pData, uData, nullptr); }),
-              "unknown error");
-    JIoBuf* pAny = pBufs != nullptr ? pBufs : const_cast<JIoBuf*>(&one);
-    EXPECT_FALSE(packetizer.next(&pAny, &nBufs, nullptr)) << "no frame is left behind";
-  };
   EXPECT_EQ(packetizer.init(2, &one, 1, &one, 1, nullptr), 1U);
-  refused(0, 0, &one, 1);
-  refused(9, 1, nullptr, 1);
-  refused(9, 1, &one, 0);
-  refused(9, 1, &none, 1);
-  refused(1, 1, &one, 1);
-  EXPECT_EQ(packetizer.init(2, &one, 1, &one, 1, nullptr), 1U);
+  for (const auto& [uMaxPacket, pData, uData] :
+       {std::tuple(0U, &one, 1U), {9U, nullptr, 1U}, {9U, &one, 0U}, {9U, &none, 1U}, {1U, &one, 1U}}) {
+    EXPECT_EQ(errorOf([&] { packetizer.init(uMaxPacket, &one, 1, pData, uData, nullptr); }), "unknown error");
+    EXPECT_FALSE(packetizer.next(&pBufs, &nBufs, nullptr)) << "no frame is left behind";
+  }
+  pBufs = nullptr;
   EXPECT_EQ(errorOf([&] { packetizer.next(&pBufs, &nBufs, nullptr); }), "unknown error");
-  EXPECT_EQ(errorOf([&] { packetizer.next(nullptr, &nBufs, nullptr); }), "unknown error");
 }
 
 }  // namespace

@@ -155,14 +155,6 @@ TEST(ProcessPipe, ReportsAWriteToAChildThatIsGone) {
             (std::pair<std::uint32_t, std::string>(EPIPE, "WriteFile")));
 }
 
-TEST(ProcessPipe, LeavesNothingOfAChildThatItGaveUp) {
-  {
-    JProcessPipe process(true, false, false);
-    process.exec("cat", nullptr);
-  }
-  awaitNoChildren();
-}
-
 TEST(ProcessPipe, SurvivesFailuresAtEveryCall) {
   qm_test::LogLines log;
   const std::ptrdiff_t iDescriptors = openDescriptors();
