@@ -96,7 +96,7 @@ template <typename Receiver>
 void check(const std::uint8_t* pData, std::size_t uSize, std::uint32_t uInline) {
   const std::string_view sBytes(reinterpret_cast<const char*>(pData), uSize);
   const std::vector<std::string> frames = framesOf<Receiver>(sBytes, uSize + 1, uInline);
-  for (const std::size_t uPiece : {1, 7, 25}) {
+  for (const std::size_t uPiece : {1U, 7U, 25U}) {
     if (framesOf<Receiver>(sBytes, uPiece, uInline) != frames) {
       std::abort();
     }

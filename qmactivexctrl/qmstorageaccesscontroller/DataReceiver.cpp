@@ -205,7 +205,9 @@ bool StorageAccessController3X4X::DataReceiver::prepareFrameBuffer() {
 void StorageAccessController3X4X::DataReceiver::allocateFrame(std::uint32_t uPayload) {
   const std::uint32_t uSize = std::min(uPayload, qm_stream::kMaxFrameSize) + kBesidePayload;
   if (m_oBs.getAllocatedSize() < uSize) {
-    m_oBs.setMaxSize(uSize, qm_ci::QMCI_FMT_NONE, 1);
+    // Unlike a record without format it isn't cleared, so that memory follows what arrives, not what is
+    // claimed.
+    m_oBs.setMaxSize(uSize, qm_ci::QMCI_FMT_PACKET, 1);
   }
 }
 

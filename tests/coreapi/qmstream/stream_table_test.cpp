@@ -1,5 +1,3 @@
-#include <tuple>
-
 #include "coreapi/qmstream/packetizer.h"
 #include "coreapi/qmutils/params/jparams.h"
 #include "tests/coreapi/qmstream/stream_test_support.h"
@@ -108,9 +106,14 @@ TEST(Packetizer, RefusesWhatCantBeCut) {
   JIoBuf* pBufs = &one;
   std::size_t nBufs = 0;
   EXPECT_EQ(packetizer.init(2, &one, 1, &one, 1, nullptr), 1U);
-  for (const auto& [uMaxPacket, pData, uData] :
-       {std::tuple(0U, &one, 1U), {9U, nullptr, 1U}, {9U, &one, 0U}, {9U, &none, 1U}, {1U, &one, 1U}}) {
-    EXPECT_EQ(errorOf([&] { packetizer.init(uMaxPacket, &one, 1, pData, uData, nullptr); }), "unknown error");
+  struct {
+    std::uint32_t uMaxPacket;
+    const JIoBuf* pData;
+    std::size_t uData;
+  } const rows[] = {{0, &one, 1}, {9, nullptr, 1}, {9, &one, 0}, {9, &none, 1}, {1, &one, 1}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(errorOf([&] { packetizer.init(row.uMaxPacket, &one, 1, row.pData, row.uData, nullptr); }),
+              "unknown error");
     EXPECT_FALSE(packetizer.next(&pBufs, &nBufs, nullptr)) << "no frame is left behind";
   }
   pBufs = nullptr;

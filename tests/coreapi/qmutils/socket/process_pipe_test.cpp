@@ -107,14 +107,17 @@ TEST(ProcessPipe, TellsHowAChildEnded) {
 TEST(ProcessPipe, FailsInExecWhenTheProgramCantRun) {
   const std::ptrdiff_t iDescriptors = openDescriptors();
   JProcessPipe process(true, true, true);
-  for (const auto& [sCommandLine, iError] :
-       {std::pair<std::string, int>{"no-such-program-of-anybody x", ENOENT},
-        {"/etc/passwd", EACCES},
-        {"\"sh -c exit\"", ENOENT},
-        {"", ENOENT}}) {
-    EXPECT_EQ(systemErrorOf([&] { process.exec(sCommandLine, nullptr); }),
-              (std::pair<std::uint32_t, std::string>(iError, "CreateProcess")))
-        << sCommandLine;
+  struct {
+    std::string sCommandLine;
+    std::uint32_t uError;
+  } const rows[] = {{"no-such-program-of-anybody x", ENOENT},
+                    {"/etc/passwd", EACCES},
+                    {"\"sh -c exit\"", ENOENT},
+                    {"", ENOENT}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(systemErrorOf([&] { process.exec(row.sCommandLine, nullptr); }),
+              (std::pair<std::uint32_t, std::string>(row.uError, "CreateProcess")))
+        << row.sCommandLine;
     EXPECT_EQ(process.getStdout(), nullptr);
   }
   EXPECT_EQ(openDescriptors(), iDescriptors);
