@@ -1,5 +1,5 @@
 #include <gmock/gmock.h>
-#include <regex>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,20 +29,47 @@ struct Query {
 
 /// Puts a prefix in front of each key.
 std::string under(const std::string& sPrefix, const std::string& sKeys) {
-  return std::regex_replace(sKeys, std::regex("(^|, )(?=\\w+=)"), "$1" + sPrefix);
+  std::string sList = sPrefix + sKeys;
+  for (std::size_t uAt = sList.find(", "); uAt != std::string::npos; uAt = sList.find(", ", uAt + 2)) {
+    sList.insert(uAt + 2, sPrefix);
+  }
+  return sList;
 }
 
 /// The request of a search, with other values than the defaults for some keys.
-std::string search(const std::vector<std::pair<std::string, std::string>>& changes) {
-  std::string sKeys =
-      R"(AlarmName="*", AnalyticsType="*", DataType="*", EndDate=-1, ExcludeAlarm=false, )"
-      R"(ExcludeMetaDataByName=false, ExcludeMetaDataByValue=false, ExcludeProtected=false, )"
-      R"(ExcludeSrcAnalytics=false, ExcludeSrcWithAnalytics=false, MaxFPS=2147483647, MetaData="*", MinFPS=0, )"
-      R"(RequireAlarm=false, RequireMetaDataByName=false, RequireMetaDataByValue=false, )"
-      R"(RequireProtected=false, RequireSrcAnalytics=false, RequireSrcWithAnalytics=false, SourceName="*", )"
-      R"(StartDate=0, Type=0)";
-  for (const auto& [sKey, sValue] : changes) {
-    sKeys = std::regex_replace(sKeys, std::regex("(^|, )" + sKey + "=[^,]*"), "$1" + sKey + "=" + sValue);
+std::string search(const std::map<std::string, std::string>& changes) {
+  std::string sKeys;
+  for (const std::string sKey : {"AlarmName",
+                                 "AnalyticsType",
+                                 "DataType",
+                                 "EndDate",
+                                 "ExcludeAlarm",
+                                 "ExcludeMetaDataByName",
+                                 "ExcludeMetaDataByValue",
+                                 "ExcludeProtected",
+                                 "ExcludeSrcAnalytics",
+                                 "ExcludeSrcWithAnalytics",
+                                 "MaxFPS",
+                                 "MetaData",
+                                 "MinFPS",
+                                 "RequireAlarm",
+                                 "RequireMetaDataByName",
+                                 "RequireMetaDataByValue",
+                                 "RequireProtected",
+                                 "RequireSrcAnalytics",
+                                 "RequireSrcWithAnalytics",
+                                 "SourceName",
+                                 "StartDate",
+                                 "Type"}) {
+    const std::map<std::string, std::string> kDefaults = {
+        {"EndDate", "-1"}, {"MaxFPS", "2147483647"}, {"MinFPS", "0"}, {"StartDate", "0"}, {"Type", "0"}};
+    const bool bFlag = sKey.starts_with("Exclude") || sKey.starts_with("Require");
+    std::string sValue = bFlag ? "false" : "\"*\"";
+    for (const auto* const pValues : {&kDefaults, &changes}) {
+      const auto entry = pValues->find(sKey);
+      sValue = entry != pValues->end() ? entry->second : sValue;
+    }
+    sKeys += (sKeys.empty() ? "" : ", ") + sKey + "=" + sValue;
   }
   return "rpc_dbQuery(" + under("StorageQuery_StorageQuery__", sKeys) + ")";
 }
@@ -50,10 +77,11 @@ std::string search(const std::vector<std::pair<std::string, std::string>>& chang
 // clang-format off
 const Query kQueries[] = {
     {[](Control& c) { return c.databaseQuery("SourceName=\"c*\""); }, search({{"SourceName", "\"c*\""}}),
-     under("StorageSearchResultSet_StorageSearchResultSet__TimeSpan_",
+     "StorageSearchResultSet_StorageSearchResultSet__size=2, " +
+         under("StorageSearchResultSet_StorageSearchResultSet__TimeSpan_",
            R"(vec0__DataType="video/x-qmv2", vec0__FPS=25, vec0__SourceName="c \"1\"", vec0__StartDate=12943620000000000, )"
            R"(vec0__EndDate=12943623600000000, vec1__Type=2, vec1__FPS=0, vec1__SourceName="a", vec1__StartDate=0, )"
-           R"(vec1__EndDate=-1, )") + "StorageSearchResultSet_StorageSearchResultSet__size=2",
+           R"(vec1__EndDate=-1)"),
      {R"(Sourcename="c "1"",FileType=1,Fps=25,StartDate="03/03/2011 10:00:00.000000UTC",EndDate="03/03/2011 11:00:00.000000UTC")",
       R"(Sourcename="a",FileType=2,Fps=0,StartDate="12/13/1901 20:45:52.000000UTC",EndDate="01/19/2038 03:14:07.551615UTC")"},
      "Database Query Failed: Not connected to Manager", "Database Query Failed: RPC",
