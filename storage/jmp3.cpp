@@ -18,7 +18,7 @@ JMutex& decoderMutex() {
 }
 
 /// What the library would print on the host's standard error stream.
-void logReport(const char* szFormat, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] void logReport(const char* szFormat, va_list arguments) {
   try {
     qm_err::logText(qm_err::kLogDebug, qm_utils::vformat(szFormat, arguments).c_str());
   } catch (JError* pError) {
@@ -111,6 +111,10 @@ int JMP3Encoder::getMode() const {
 int JMP3Encoder::encode(const std::int16_t* pPcm, std::uint8_t* pOutput) {
   if (m_pFlags == nullptr) {
     return -1;
+  }
+  if (m_waiting == m_buffer.size()) {
+    // Without room the library would take the buffer for endless.
+    QM_THROW(JTextError, "MP3 encoder jammed");
   }
   std::uint8_t* const pFree = m_buffer.data() + m_waiting;
   const auto iFree = static_cast<int>(m_buffer.size() - m_waiting);

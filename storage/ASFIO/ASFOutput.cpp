@@ -18,7 +18,13 @@ using UnitHead = std::array<std::uint8_t, data_unit::kHeadSize>;
 /// Alignment of the header's buffer where the socket demands none.
 constexpr std::uint32_t kAnyAlignment = 16;
 
-constexpr const char* kNoMemory = "Could not allocate memory to write header";
+qm_utils::AlignedBuffer allocBlock(std::size_t size, std::uint32_t uAlignment) {
+  qm_utils::AlignedBuffer pBlock(static_cast<std::uint8_t*>(qm_utils::allocAligned(size, uAlignment)));
+  if (!pBlock) {
+    QM_THROW(JTextError, "Could not allocate memory to write header");
+  }
+  return pBlock;
+}
 
 /// The block size of the socket's direct I/O; 0 without.
 std::uint32_t blockSizeOf(const JSocket& socket) {
@@ -99,6 +105,9 @@ void ASFOutput::start(const FileAttributes* pAttributes) {
   m_header = makeAsfHeader(m_properties, descriptions, getParams());
   const std::uint64_t uSize = m_header.bytes.size() + kObjectHeadSize;
   m_fileInfo.setDataStart(isIOAligned() ? roundedUp(uSize, getIOAlignBlockSize()) : uSize);
+  if (isIOAligned()) {
+    reserveAlignBuffer(getIOAlignBlockSize());
+  }
   writeHeader(false);
   FileOutput::start(pAttributes);
 }
@@ -134,11 +143,8 @@ void ASFOutput::makeStreamRecords() {
 /// block. The final one replaces the first one, and tells the data object's size.
 void ASFOutput::writeHeader(bool bFinal) {
   const std::size_t size = m_fileInfo.getDataStart();
-  const qm_utils::AlignedBuffer pBlock(static_cast<std::uint8_t*>(
-      qm_utils::allocAligned(size, isIOAligned() ? getIOAlignBlockSize() : kAnyAlignment)));
-  if (!pBlock) {
-    QM_THROW(JTextError, "%s", kNoMemory);
-  }
+  const qm_utils::AlignedBuffer pBlock =
+      allocBlock(size, isIOAligned() ? getIOAlignBlockSize() : kAnyAlignment);
   const std::size_t headerSize = m_header.bytes.size();
   std::memcpy(pBlock.get(), m_header.bytes.data(), headerSize);
   std::memset(pBlock.get() + headerSize, 0, size - headerSize);
@@ -190,20 +196,21 @@ void ASFOutput::writeAsync(std::span<const JIoBuf> unit, std::uint64_t uUnitSize
   }
 }
 
+void ASFOutput::reserveAlignBuffer(std::size_t size) {
+  if (size > m_alignBufferSize) {
+    m_alignBufferSize = 0;
+    m_alignBuffer = allocBlock(size, getIOAlignBlockSize());
+    m_alignBufferSize = size;
+  }
+}
+
 /// The unit in blocks, filled up with zeros, in the writer's aligned buffer.
 JIoBuf ASFOutput::alignedUnit(std::span<const std::uint8_t> head, const JIoBuf& payload) {
   const std::uint64_t uSize = unitSizeInFile(head.size() + std::uint64_t{payload.bufLength});
   if (uSize > std::numeric_limits<std::uint32_t>::max()) {
     QM_THROW(JTextError, "the frame is too large");
   }
-  if (uSize > m_alignBufferSize) {
-    m_alignBufferSize = 0;
-    m_alignBuffer.reset(static_cast<std::uint8_t*>(qm_utils::allocAligned(uSize, getIOAlignBlockSize())));
-    if (!m_alignBuffer) {
-      QM_THROW(JTextError, "out of memory");
-    }
-    m_alignBufferSize = uSize;
-  }
+  reserveAlignBuffer(uSize);
   std::uint8_t* pTo = std::copy(head.begin(), head.end(), m_alignBuffer.get());
   if (payload.bufLength != 0) {
     std::memcpy(pTo, payload.pBuf, payload.bufLength);
@@ -276,11 +283,7 @@ void ASFOutput::writeAlignedIndexes() {
     uSize += stream.getEntries() != nullptr ? indexSize(stream) : 0;
   }
   uSize = roundedUp(uSize, getIOAlignBlockSize());
-  const qm_utils::AlignedBuffer pBlock(
-      static_cast<std::uint8_t*>(qm_utils::allocAligned(uSize, getIOAlignBlockSize())));
-  if (!pBlock) {
-    QM_THROW(JTextError, "%s", kNoMemory);
-  }
+  const qm_utils::AlignedBuffer pBlock = allocBlock(uSize, getIOAlignBlockSize());
   std::uint8_t* pTo = pBlock.get();
   for (std::uint32_t uNumber = 1; uNumber <= m_streams.size(); ++uNumber) {
     const FileStreamInfo& stream = *m_fileInfo.getStream(uNumber);

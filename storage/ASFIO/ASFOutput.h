@@ -66,6 +66,7 @@ class ASFOutput : public FileOutput {
   void writeHeader(bool bFinal);
   void writeAsync(std::span<const JIoBuf> unit, std::uint64_t uUnitSize, std::uint32_t uStreamNumber,
                   const qm_ci::ConstBitstream& oCIBitstream, std::uint32_t uTime);
+  void reserveAlignBuffer(std::size_t size);
   JIoBuf alignedUnit(std::span<const std::uint8_t> head, const JIoBuf& payload);
   std::uint64_t unitSizeInFile(std::uint64_t uUnitSize) const noexcept;
   void accountUnit(std::uint32_t uStreamNumber, const qm_ci::ConstBitstream& oCIBitstream,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -41,6 +42,17 @@ void appendParams(Bytes& to, const JParams& fileParams, const JParams& streamPar
 void putName(Bytes& tag, std::size_t at, std::string_view sName) {
   sName = sName.substr(0, kId3NameSize);
   std::copy(sName.begin(), sName.end(), tag.begin() + static_cast<std::ptrdiff_t>(at));
+}
+
+/// A name as text; the empty one for what is no text. None when it isn't there.
+std::optional<std::string> nameOf(const JParams& params, std::string_view sName) {
+  std::string sText;
+  try {
+    return params.get(sName, sText) ? std::optional(sText) : std::nullopt;
+  } catch (JError* pError) {
+    const qm_err::CaughtError noText(pError);
+    return sText;
+  }
 }
 
 Bytes makeTag(std::string_view sTitle, std::string_view sArtist) {
@@ -114,12 +126,10 @@ Bytes MP3Output::makeTrailer() const {
   append(trailer, kIndexMark);
   appendWord(trailer, uEntries);
 
-  std::string sTitle;
-  std::string sArtist;
-  const bool bTitle = stream.getParams().get("sourceName", sTitle);
-  const bool bArtist = fileParams.get("authoringApp", sArtist);
-  if (bTitle || bArtist) {
-    const Bytes tag = makeTag(sTitle, sArtist);
+  const std::optional<std::string> title = nameOf(stream.getParams(), "sourceName");
+  const std::optional<std::string> artist = nameOf(fileParams, "authoringApp");
+  if (title || artist) {
+    const Bytes tag = makeTag(title.value_or(""), artist.value_or(""));
     trailer.insert(trailer.end(), tag.begin(), tag.end());
   }
   return trailer;

@@ -182,11 +182,9 @@ TEST(AsfOutput, HandsOutItsDescription) {
   EXPECT_EQ(pInfo->getStream(2)->getPeriod(), (FramePeriod{1000, 25}));
   EXPECT_EQ(readIndexEntry(pInfo->getStream(2)->getEntries(), FILEINDEX_CI),
             (IndexEntry{40, 2000, 9, 1, 0x1234}));
-  std::uint32_t uWidth = 0;
-  std::uint32_t uHeight = 0;
-  pInfo->getVideoSize(&uWidth, &uHeight);
-  EXPECT_EQ(uWidth, 352U);
-  EXPECT_EQ(uHeight, 288U);
+  std::pair<std::uint32_t, std::uint32_t> size;
+  pInfo->getVideoSize(&size.first, &size.second);
+  EXPECT_EQ(size, (std::pair{352U, 288U}));
 }
 
 /// A file that demands an alignment.
