@@ -59,17 +59,18 @@ class StorageAccessController3X4X : public GenerationController {
   class SocketReader;
   struct BackupTexts;
   struct BackupSource;
+  struct Recording;
 
   bool checkBackup(const BackupTexts& texts, const std::string& sStart, const std::string& sEnd);
   std::unique_ptr<JParams> callForBackup(const char* szRpc, std::initializer_list<RpcArgument> arguments,
                                          const char* szFailure);
-  bool askForSource(const std::string& sSource, std::int32_t iFps, const std::string& sStart,
-                    const std::string& sEnd, BackupSource& source);
-  static std::unique_ptr<FileOutput> openOutput(const BackupSource& source,
+  bool askForSource(const Recording& recording, BackupSource& source);
+  static std::unique_ptr<FileOutput> openOutput(const Recording& recording, const BackupSource& source,
                                                 std::unique_ptr<JSocket> pOutputSocket,
                                                 const std::string& sExtension, const std::string& sPath,
-                                                const std::string& sStart, const std::string& sEnd,
                                                 JParams& fileParams);
+  bool pull(const Recording& recording, const std::string& sProtocol, std::uint16_t uPort,
+            DataReceiver& receiver);
 
   /// Copies a recording into a socket as a media file. `sExtension`, unless empty, chooses its format; a file
   /// at `sPath`, unless empty, is deleted when no frame came. Whether it failed, which is reported then.

@@ -189,6 +189,14 @@ std::int32_t StorageAccessController3X4X::remoteCopy(const std::string& sSource,
   return runBackup(sSource, iFps, std::move(pFile), sExtension, sPath, sStart, sEnd) ? kCommandFailed : kDone;
 }
 
+/// What is copied, in the words of the host.
+struct StorageAccessController3X4X::Recording {
+  const std::string& sSource;
+  std::int32_t iFps;
+  const std::string& sStart;
+  const std::string& sEnd;
+};
+
 /// What the server says of a recording before it is copied.
 struct StorageAccessController3X4X::BackupSource {
   std::string sProtocol;
@@ -196,15 +204,13 @@ struct StorageAccessController3X4X::BackupSource {
   std::unique_ptr<qm_ci::StreamInfo> pStreamInfo;  ///< null when it comes in the stream
 };
 
-bool StorageAccessController3X4X::askForSource(const std::string& sSource, std::int32_t iFps,
-                                               const std::string& sStart, const std::string& sEnd,
-                                               BackupSource& source) {
+bool StorageAccessController3X4X::askForSource(const Recording& recording, BackupSource& source) {
   const std::string sProtocols = offeredProtocols();
   source.pAnswer = callForBackup("rpc_getStreamInfo",
-                                 {{"SourceName", sSource},
-                                  {"Fps", iFps},
-                                  {"TsBackupStartDate", RpcDate(sStart)},
-                                  {"TsBackupEndDate", RpcDate(sEnd)},
+                                 {{"SourceName", recording.sSource},
+                                  {"Fps", recording.iFps},
+                                  {"TsBackupStartDate", RpcDate(recording.sStart)},
+                                  {"TsBackupEndDate", RpcDate(recording.sEnd)},
                                   {"SupportedProtocols", sProtocols}},
                                  kRpcFailed);
   if (source.pAnswer == nullptr || !checkRemoteError(*source.pAnswer)) {
@@ -226,8 +232,8 @@ bool StorageAccessController3X4X::askForSource(const std::string& sSource, std::
 /// The writer of the copy, open when the stream's description is there. `fileParams` become the properties of
 /// the file.
 std::unique_ptr<FileOutput> StorageAccessController3X4X::openOutput(
-    const BackupSource& source, std::unique_ptr<JSocket> pOutputSocket, const std::string& sExtension,
-    const std::string& sPath, const std::string& sStart, const std::string& sEnd, JParams& fileParams) {
+    const Recording& recording, const BackupSource& source, std::unique_ptr<JSocket> pOutputSocket,
+    const std::string& sExtension, const std::string& sPath, JParams& fileParams) {
   std::unique_ptr<FileOutput> pFileOutput = FileOutput::create(std::move(pOutputSocket), sExtension, sPath);
   if (pFileOutput == nullptr) {
     QM_THROW(JNullPointerError, "pFileOutput");
@@ -236,8 +242,8 @@ std::unique_ptr<FileOutput> StorageAccessController3X4X::openOutput(
   for (const char* szName : {"authoringApp", "Decimation", "StreamInfo"}) {
     fileParams.remove(szName);
   }
-  addDate(fileParams, "startTimeStamp", sStart);
-  addDate(fileParams, "endTimeStamp", sEnd);
+  addDate(fileParams, "startTimeStamp", recording.sStart);
+  addDate(fileParams, "endTimeStamp", recording.sEnd);
   if (source.pStreamInfo != nullptr) {
     source.pStreamInfo->setNomMaxBitstreamSize(source.pStreamInfo->getMaxFrameSize());
     pFileOutput->open(source.pStreamInfo.get(), &fileParams, nullptr);
@@ -249,9 +255,10 @@ bool StorageAccessController3X4X::runBackup(const std::string& sSource, std::int
                                             std::unique_ptr<JSocket> pOutputSocket, std::string sExtension,
                                             const std::string& sPath, const std::string& sStart,
                                             const std::string& sEnd) {
+  const Recording recording{sSource, iFps, sStart, sEnd};
   BackupSource source;
   if (!checkBackup({kRemoteNotConnected, kRemoteBadDate, kRemoteTooLarge}, sStart, sEnd) ||
-      !askForSource(sSource, iFps, sStart, sEnd, source)) {
+      !askForSource(recording, source)) {
     return true;
   }
   if (sExtension.empty()) {
@@ -260,18 +267,17 @@ bool StorageAccessController3X4X::runBackup(const std::string& sSource, std::int
   JParams fileParams(*source.pAnswer);
   std::unique_ptr<FileOutput> pFileOutput;
   if (!attempt("Remote Backup Failed: Unable to create file output", [&] {
-        pFileOutput =
-            openOutput(source, std::move(pOutputSocket), sExtension, sPath, sStart, sEnd, fileParams);
+        pFileOutput = openOutput(recording, source, std::move(pOutputSocket), sExtension, sPath, fileParams);
       })) {
     deleteBackupFile(sPath);
     return true;
   }
   std::unique_ptr<JTCPSocket> pListener;
   std::unique_ptr<DataReceiver> pReceiver;
-  std::int32_t iPort = 0;
+  std::uint16_t uPort = 0;
   if (!attempt("Remote Backup Failed: Unable to open Socket", [&] {
         pListener = std::make_unique<JTCPSocket>(std::uint16_t{0});
-        iPort = pListener->getLocalPort();
+        uPort = pListener->getLocalPort();
         pReceiver = std::make_unique<DataReceiver>(*pListener, source.sProtocol, m_iTimeOut,
                                                    std::move(pFileOutput), sExtension, sPath, m_client,
                                                    source.pStreamInfo == nullptr ? &fileParams : nullptr);
@@ -282,29 +288,37 @@ bool StorageAccessController3X4X::runBackup(const std::string& sSource, std::int
     deleteBackupFile(sPath);
     return true;
   }
-  const std::unique_ptr<JParams> pAnswer = callForBackup("rpc_remoteCopy",
-                                                         {{"SourceName", sSource},
-                                                          {"Fps", iFps},
-                                                          {"TsBackupStartDate", RpcDate(sStart)},
-                                                          {"TsBackupEndDate", RpcDate(sEnd)},
-                                                          {"BackupPort", iPort},
-                                                          {"WithAuthentication", true},
-                                                          {"ProtocolVersion", source.sProtocol}},
-                                                         kRpcFailed);
-  const bool bAccepted = pAnswer != nullptr && checkRemoteError(*pAnswer);
-  if (!bAccepted) {
-    pReceiver->cancel();  // no connection will come
-  }
-  pReceiver->stop();
-  pReceiver->cancel();
+  const bool bCopied = pull(recording, source.sProtocol, uPort, *pReceiver);
   if (pReceiver->getFramesWritten() == 0) {
     deleteBackupFile(sPath);
   }
-  if (pAnswer != nullptr && pReceiver->hasError()) {
-    const JAutoLock lock(m_mutex);
-    push("%s", pReceiver->getError().c_str());
+  return !bCopied;
+}
+
+/// Lets the server push to a port and waits for the receiver's end. Whether all went well; else it is
+/// reported. When the call fails, what the receiver has to say doesn't matter.
+bool StorageAccessController3X4X::pull(const Recording& recording, const std::string& sProtocol,
+                                       std::uint16_t uPort, DataReceiver& receiver) {
+  const std::unique_ptr<JParams> pAnswer = callForBackup("rpc_remoteCopy",
+                                                         {{"SourceName", recording.sSource},
+                                                          {"Fps", recording.iFps},
+                                                          {"TsBackupStartDate", RpcDate(recording.sStart)},
+                                                          {"TsBackupEndDate", RpcDate(recording.sEnd)},
+                                                          {"BackupPort", std::int32_t{uPort}},
+                                                          {"WithAuthentication", true},
+                                                          {"ProtocolVersion", sProtocol}},
+                                                         kRpcFailed);
+  const bool bAccepted = pAnswer != nullptr && checkRemoteError(*pAnswer);
+  if (!bAccepted) {
+    receiver.cancel();  // no connection will come
   }
-  return !bAccepted || pReceiver->hasError();
+  receiver.stop();
+  receiver.cancel();
+  if (pAnswer != nullptr && receiver.hasError()) {
+    const JAutoLock lock(m_mutex);
+    push("%s", receiver.getError().c_str());
+  }
+  return bAccepted && !receiver.hasError();
 }
 
 std::int32_t StorageAccessController3X4X::remoteCopyToProcess(
