@@ -23,6 +23,7 @@ struct FileOpening {
   FileAccess access = FileAccess::kRead;
   FileCreation creation = FileCreation::kExisting;
   bool exclusive = false;            ///< nobody else of this system may have it open at the same time
+  bool waiting = false;              ///< waits for another's lock to go, instead of EAGAIN
   bool unbuffered = false;           ///< transfers go past the system's cache
   std::uint32_t permissions = 0666;  ///< of a file that is made, less the process's mask
 };

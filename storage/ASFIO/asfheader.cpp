@@ -27,11 +27,13 @@ std::uint16_t saturated16(std::uint32_t uValue) noexcept {
 }
 
 void append(Bytes& to, std::span<const std::uint8_t> bytes) {
-  to.insert(to.end(), bytes.begin(), bytes.end());
+  const std::size_t place = to.size();
+  to.resize(place + bytes.size());
+  std::copy(bytes.begin(), bytes.end(), to.data() + place);
 }
 
 void append(Bytes& to, std::string_view sText) {
-  to.insert(to.end(), sText.begin(), sText.end());
+  append(to, {reinterpret_cast<const std::uint8_t*>(sText.data()), sText.size()});
 }
 
 std::string textOf(const JParams& params) {

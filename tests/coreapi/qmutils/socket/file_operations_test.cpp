@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
@@ -288,6 +289,32 @@ TEST_F(FileOperations, OpeningClearsLeftoversButNoUpdateInWork) {
   fs::remove(sPath);
   EXPECT_FAILURE("CreateFile(\"" + sPath + "\")", ENOENT, JFileSocket::OpenReadWithRollBack(sPath));
   EXPECT_TRUE(fs::exists(path("log.1234")));
+}
+
+TEST_F(FileOperations, UpdatesOutliveReadersThatClearUp) {
+  const std::string sPath = "/dev/shm/qm_updates_" + std::to_string(getpid());
+  std::ofstream(sPath) << std::string(1000, '0');
+  std::atomic<int> iWriters = 2;
+  const auto update = [&](char cText) {
+    EXPECT_EQ(fileFailure([&] {
+                for (int i = 0; i < 2000; ++i) {
+                  auto pSocket = JFileSocket::OpenUpdateWithRollBack(sPath);
+                  pSocket->write(std::string(1000, cText).data(), 1000);
+                  JFileSocket::CommitUpdateWithRollBack(std::move(pSocket), sPath);
+                }
+              }),
+              "");
+    --iWriters;
+  };
+  std::thread writers[] = {std::thread(update, 'a'), std::thread(update, 'b')};
+  while (iWriters != 0) {
+    std::string sText(2000, '\0');
+    sText.resize(JFileSocket::OpenReadWithRollBack(sPath)->read(sText.data(), sText.size()));
+    EXPECT_EQ(sText, std::string(1000, sText.empty() ? '0' : sText[0]));
+  }
+  writers[0].join();
+  writers[1].join();
+  fs::remove(sPath);
 }
 
 TEST_F(FileOperations, TemporaryNamesCountUpAndTheirFilesLeaveNothing) {
