@@ -67,6 +67,9 @@ class FileOutput {
   /// File-level metadata, which goes into the file at its start or end.
   JParams& getParams() noexcept { return m_poFileInfo->getParams(); }
 
+  /// The description as it stands.
+  const FileInfo& getFileInfo() const noexcept { return *m_poFileInfo; }
+
   /// Hands the description over to the caller, who deletes it after the writer. It goes on growing until
   /// then.
   FileInfo* detachFileInfo() noexcept;

@@ -28,9 +28,9 @@ int openAppend(const std::string& path, int& descriptor) noexcept {
   return error;
 }
 
-int duplicateDescriptor(int original, int& descriptor) noexcept {
+int duplicateDescriptor(int original, int& descriptor, int lowest) noexcept {
   int error = 0;
-  descriptor = uninterrupted(error, [&](bool) { return ::fcntl(original, F_DUPFD_CLOEXEC, 0); });
+  descriptor = uninterrupted(error, [&](bool) { return ::fcntl(original, F_DUPFD_CLOEXEC, lowest); });
   return error;
 }
 

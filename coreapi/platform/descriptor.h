@@ -14,8 +14,9 @@ constexpr int kNoDescriptor = -1;
 /// the owner. `descriptor` is `kNoDescriptor` after a failure.
 int openAppend(const std::string& path, int& descriptor) noexcept;
 
-/// Gives a second descriptor of what `original` stands for. `descriptor` is `kNoDescriptor` after a failure.
-int duplicateDescriptor(int original, int& descriptor) noexcept;
+/// Gives a second descriptor of what `original` stands for, the first free one from `lowest` on. `descriptor`
+/// is `kNoDescriptor` after a failure.
+int duplicateDescriptor(int original, int& descriptor, int lowest = 0) noexcept;
 
 /// Writes all of `size` bytes: goes on after a short count, and waits where a non-blocking descriptor has no
 /// room. `written`, unless null, takes the number of bytes that went out, after a failure as well.

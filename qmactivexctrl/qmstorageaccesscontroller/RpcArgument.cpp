@@ -12,6 +12,7 @@ struct ToVariant {
   const char* szName;
 
   std::optional<JVariant> operator()(std::int32_t iValue) const { return JVariant(szName, iValue); }
+  std::optional<JVariant> operator()(bool bValue) const { return JVariant(szName, bValue); }
   std::optional<JVariant> operator()(std::string_view sValue) const { return JVariant(szName, sValue); }
 
   std::optional<JVariant> operator()(const RpcDate& date) const {

@@ -25,7 +25,7 @@ struct RpcOpenDate {
 /// One parameter of a call, for as long as the call is put together: what it refers to is the caller's.
 struct RpcArgument {
   const char* szName;
-  std::variant<std::int32_t, std::string_view, RpcDate, RpcOpenDate> value;
+  std::variant<std::int32_t, bool, std::string_view, RpcDate, RpcOpenDate> value;
 };
 
 /// The parameters of one call, linked in their order.

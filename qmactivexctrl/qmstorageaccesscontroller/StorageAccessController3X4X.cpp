@@ -145,40 +145,6 @@ std::int32_t StorageAccessController3X4X::unhideIntervals(const std::string& sSo
 
 // What this controller can't do yet.
 
-std::int32_t StorageAccessController3X4X::getRecordingSize(const std::string& /*sSource*/,
-                                                           std::int32_t /*iFps*/,
-                                                           const std::string& /*sStart*/,
-                                                           const std::string& /*sEnd*/) {
-  constexpr std::int32_t kSizeFailed = 1;
-  reportFailure("Remote Backup Failed: Not implemented", __FILE_NAME__, __LINE__);
-  return kSizeFailed;
-}
-
-std::int32_t StorageAccessController3X4X::remoteCopy(const std::string& /*sSource*/, std::int32_t /*iFps*/,
-                                                     const std::string& /*sPath*/,
-                                                     const std::string& /*sStart*/,
-                                                     const std::string& /*sEnd*/) {
-  reportFailure("Remote Backup Failed: Not implemented", __FILE_NAME__, __LINE__);
-  return kCommandFailed;
-}
-
-std::int32_t StorageAccessController3X4X::remoteCopyToProcess(
-    const std::string& /*sSource*/, std::int32_t /*iFps*/, const std::string& /*sFormat*/,
-    const std::string& /*sCommandLine*/, const char* const* /*ppEnvironment*/, const std::string& /*sStart*/,
-    const std::string& /*sEnd*/, std::string* /*pOutput*/, std::string* /*pError*/,
-    std::int32_t& /*iTerminationStatus*/) {
-  reportFailure("Remote Backup Failed: Not implemented", __FILE_NAME__, __LINE__);
-  return kCommandFailed;
-}
-
-std::int32_t StorageAccessController3X4X::localCopy(const std::string& /*sSource*/, std::int32_t /*iFps*/,
-                                                    const std::string& /*sPath*/,
-                                                    const std::string& /*sStart*/,
-                                                    const std::string& /*sEnd*/) {
-  reportFailure("Local Backup Failed: Not implemented", __FILE_NAME__, __LINE__);
-  return kCommandFailed;
-}
-
 std::int32_t StorageAccessController3X4X::analyticsCreateQuery(const std::string& /*sSource*/,
                                                                std::int32_t /*iFps*/,
                                                                const std::string& /*sPluginType*/,

@@ -1,15 +1,20 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <memory>
 #include <string>
 
 #include "qmactivexctrl/qmstorageaccesscontroller/GenerationController.h"
 
+class FileOutput;
+class JSocket;
 class MetaDataLog;
 
 /// The controller of the reference dialect, that of servers 3.0 to 4.2.
 ///
-/// It has no copies and no analytics searches yet: those operations report a failure.
+/// A copy is one call that lasts as long as the copy: the server connects back, and a thread of its own turns
+/// what it pushes into a media file. It has no analytics searches yet: those operations report a failure.
 class StorageAccessController3X4X : public GenerationController {
  public:
   /// The client stays the caller's and outlives this. Milliseconds.
@@ -50,6 +55,28 @@ class StorageAccessController3X4X : public GenerationController {
 
  private:
   class AnalyticsSourcesResult;
+  class DataReceiver;
+  class SocketReader;
+  struct BackupTexts;
+  struct BackupSource;
+  struct Recording;
+
+  bool checkBackup(const BackupTexts& texts, const std::string& sStart, const std::string& sEnd);
+  std::unique_ptr<JParams> callForBackup(const char* szRpc, std::initializer_list<RpcArgument> arguments,
+                                         const char* szFailure);
+  bool askForSource(const Recording& recording, BackupSource& source);
+  static std::unique_ptr<FileOutput> openOutput(const Recording& recording, const BackupSource& source,
+                                                std::unique_ptr<JSocket> pOutputSocket,
+                                                const std::string& sExtension, const std::string& sPath,
+                                                JParams& fileParams);
+  bool pull(const Recording& recording, const std::string& sProtocol, std::uint16_t uPort,
+            DataReceiver& receiver);
+
+  /// Copies a recording into a socket as a media file. `sExtension`, unless empty, chooses its format; a file
+  /// at `sPath`, unless empty, is deleted when no frame came. Whether it failed, which is reported then.
+  bool runBackup(const std::string& sSource, std::int32_t iFps, std::unique_ptr<JSocket> pOutputSocket,
+                 std::string sExtension, const std::string& sPath, const std::string& sStart,
+                 const std::string& sEnd);
 
   // Searched behind those of the base, in this order.
   QueryMap<MetaDataLog> m_metaDataLogs;

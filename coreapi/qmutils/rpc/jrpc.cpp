@@ -314,6 +314,13 @@ void JRPCClient::synchronise(std::int32_t iTimeout) {
 
 // The life of the client.
 
+void JRPCClient::closeConnection() {
+  const JAutoLock lock(m_connectMutex);
+  if (getSocket() != nullptr) {
+    getSocket()->close();
+  }
+}
+
 void JRPCClient::shutdown() {
   if (m_bShutDown) {
     return;

@@ -131,6 +131,10 @@ class JRPCClient : public JLineIO, public JThread, public JTraceableObject {
   /// client is shut down meanwhile.
   void connect();
 
+  /// Closes the connection under the link, whose next call or ping finds it broken then. Without one nothing
+  /// happens. Any thread.
+  void closeConnection();
+
   /// Ends the link and the thread, and waits for that. Whatever the thread or a call is waiting for is
   /// interrupted, but for the look-up of a host's name. A second call does nothing.
   void shutdown();

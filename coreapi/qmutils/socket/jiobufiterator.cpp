@@ -3,11 +3,9 @@
 #include <algorithm>
 
 JIoBufIterator::JIoBufIterator(const JIoBuf* pBuffers, std::size_t uCount) noexcept {
-  if (uCount > kCapacity) {
+  if (!m_buffers.append(pBuffers, uCount)) {
     return;
   }
-  std::copy_n(pBuffers, uCount, m_buffers.begin());
-  m_uEnd = uCount;
   for (std::size_t i = 0; i < uCount; ++i) {
     m_uRemaining += pBuffers[i].bufLength;
   }
@@ -16,7 +14,7 @@ JIoBufIterator::JIoBufIterator(const JIoBuf* pBuffers, std::size_t uCount) noexc
 void JIoBufIterator::advance(std::uint64_t uBytes) noexcept {
   uBytes = std::min(uBytes, m_uRemaining);
   m_uRemaining -= uBytes;
-  while (m_uCurrent != m_uEnd && uBytes >= m_buffers[m_uCurrent].bufLength) {
+  while (m_uCurrent != m_buffers.size() && uBytes >= m_buffers[m_uCurrent].bufLength) {
     uBytes -= m_buffers[m_uCurrent++].bufLength;
   }
   if (uBytes != 0) {
@@ -36,5 +34,13 @@ void JIoBufIterator::limit(std::uint64_t uBytes) noexcept {
     uBytes -= m_buffers[uIndex++].bufLength;
   }
   m_buffers[uIndex].bufLength = static_cast<std::uint32_t>(uBytes);
-  m_uEnd = uBytes == 0 ? uIndex : uIndex + 1;
+  m_buffers.truncate(uBytes == 0 ? uIndex : uIndex + 1);
+}
+
+bool JIoBufIterator::append(void* pBuf, std::uint32_t bufLength) noexcept {
+  if (!m_buffers.append(pBuf, bufLength)) {
+    return false;
+  }
+  m_uRemaining += bufLength;
+  return true;
 }

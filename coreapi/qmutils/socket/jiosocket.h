@@ -47,8 +47,9 @@ class JISocket : public qm_utils::ITraceableObject {
   /// Reads at most `uLength` bytes, once. 0 is the orderly end of the channel.
   virtual std::size_t read(void* pBuffer, std::size_t uLength) = 0;
 
-  /// Reads once into several buffers, each filled before the next one is begun.
-  virtual std::size_t readv(const JIoBuf* pBuffers, std::size_t uCount) = 0;
+  /// Reads once into several buffers, each filled before the next one is begun. The array is the caller's to
+  /// give up: a framed channel shortens it to the frame.
+  virtual std::size_t readv(JIoBuf* pBuffers, std::size_t uCount) = 0;
 
   /// `read`, with -1 in place of every `JError`.
   virtual std::int64_t readNoThrow(void* pBuffer, std::size_t uLength);

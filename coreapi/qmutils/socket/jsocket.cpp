@@ -159,7 +159,7 @@ std::size_t JSocket::read(void* pBuffer, std::size_t uLength) {
   return received.uBytes;
 }
 
-std::size_t JSocket::readv(const JIoBuf* pBuffers, std::size_t uCount) {
+std::size_t JSocket::readv(JIoBuf* pBuffers, std::size_t uCount) {
   const BufferArray buffers(pBuffers, uCount, "WSARecv");
   qm_platform::Received received;
   const SocketError error = receiving(received, [&](int iSocket, bool bWait) {

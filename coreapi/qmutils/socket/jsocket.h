@@ -55,7 +55,7 @@ class JSocket : public JTraceableObject, public JIoSocket {
 
   /// As `read`, with the label "WSARecv", and JBufferSizeError for a datagram larger than the buffers. At
   /// most `JIoBufIterator::kCapacity` buffers, else JSysError with the number 10022; so in `writev`.
-  std::size_t readv(const JIoBuf* pBuffers, std::size_t uCount) override;
+  std::size_t readv(JIoBuf* pBuffers, std::size_t uCount) override;
 
   void close() override;
 

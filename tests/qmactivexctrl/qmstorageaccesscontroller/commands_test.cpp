@@ -118,13 +118,6 @@ TEST(ArchiveCommands, SendNothingWhenADateIsNone) {
 
 TEST(ArchiveCommands, ThatThereAreNotYetFail) {
   ReferenceLink link;
-  std::string sText;
-  std::int32_t iStatus = 0;
-  EXPECT_EQ(link.control.getRecordingSize("c", 1, kDates[0], kDates[1]), 1);
-  EXPECT_EQ(link.control.localCopy("c", 1, "f", kDates[0], kDates[1]), -1);
-  EXPECT_EQ(link.control.remoteCopy("c", 1, "f", kDates[0], kDates[1]), -1);
-  EXPECT_EQ(link.control.remoteCopyToProcess("c", 1, "f", "cat", nullptr, "", "", &sText, nullptr, iStatus),
-            -1);
   EXPECT_EQ(link.control.analyticsCreateQuery("c", 1, "p", ""), 0);
   EXPECT_THAT(link.messages(), testing::Each(testing::EndsWith("ailed: Not implemented")));
 }

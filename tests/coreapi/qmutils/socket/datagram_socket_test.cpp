@@ -24,7 +24,7 @@ TEST(UDPSocket, CarriesDatagramsWhole) {
 
   char head[4];
   char rest[64];
-  const JIoBuf in[] = {{head, sizeof head}, {rest, sizeof rest}};
+  JIoBuf in[] = {{head, sizeof head}, {rest, sizeof rest}};
   receiver.setReadTimeout(10'000);
   EXPECT_EQ(receiver.readv(in, 2), 11U);
   EXPECT_EQ(std::string(rest, 7), "payload");
@@ -43,7 +43,7 @@ TEST(UDPSocket, ReportsADatagramThatDoesNotFit) {
   JUDPSocket sender;
   sender.connect(loopback(receiver.getLocalPort()));
   char small[4];
-  const JIoBuf in[] = {{small, 2}, {small + 2, 2}};
+  JIoBuf in[] = {{small, 2}, {small + 2, 2}};
   for (int i = 0; i < 3; ++i) {
     sender.write("12345", 5);
   }

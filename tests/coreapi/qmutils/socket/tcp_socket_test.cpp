@@ -165,13 +165,13 @@ TEST(TCPSocket, ScattersAndGathersInOneGo) {
   Connection connection;
   std::array<char, 3> first{};
   std::array<char, 5> second{};
-  const JIoBuf in[] = {{first.data(), 3}, {nullptr, 0}, {second.data(), 5}};
+  JIoBuf in[] = {{first.data(), 3}, {nullptr, 0}, {second.data(), 5}};
   const JIoBuf out[] = {{const_cast<char*>("ab"), 2}, {const_cast<char*>("cdefg"), 5}};
   EXPECT_EQ(connection.client.writev(out, 2), 7U);
   EXPECT_EQ(connection.pServer->readv(in, 3), 7U);
   EXPECT_EQ(std::string(first.begin(), first.end()) + second.data(), "abcdefg");
 
-  const std::vector<JIoBuf> many(513, out[0]);
+  std::vector<JIoBuf> many(513, out[0]);
   EXPECT_EQ(connection.client.writev(many.data(), many.size()), 0U);
   EXPECT_EQ(failureOf([&] { connection.client.readv(many.data(), many.size()); }),
             (Failure{10022, "WSARecv"}));
