@@ -8,7 +8,7 @@
 namespace {
 
 using qm_test::Connection;
-using qm_test::errorOf;
+using qm_test::thrownBy;
 using qm_test::Framing;
 using qm_test::kFramings;
 using qm_test::LogLines;
@@ -82,9 +82,9 @@ TEST(StreamSender, SendsTheHeaderOfARemoteCopy) {
     }
   }
   char record[48] = {};
-  EXPECT_EQ(errorOf([&] { pSender->write(record, 47); }), "Buffer size too small!");
+  EXPECT_EQ(thrownBy([&] { pSender->write(record, 47); }), "Buffer size too small!");
   record[28] = 49;  // a header longer than what is there
-  EXPECT_EQ(errorOf([&] { pSender->write(record, 48); }), "Buffer size too small!");
+  EXPECT_EQ(thrownBy([&] { pSender->write(record, 48); }), "Buffer size too small!");
   EXPECT_EQ(pSender->getHeaderSize(), 24U);
   stream.pPeer.reset();
 }
@@ -139,7 +139,7 @@ TEST(StreamSender, BreaksOffWithoutAMarker) {
   pSender->write("abc", 3);
   EXPECT_EQ(stream.read(11).size(), 11U);
   pSender->abandon();
-  EXPECT_EQ(errorOf([&] { pSender->write("abc", 3); }), "the stream has been broken off");
+  EXPECT_EQ(thrownBy([&] { pSender->write("abc", 3); }), "the stream has been broken off");
   pSender.reset();
   EXPECT_EQ(qm_test::failureOf([&] { stream.read(1); }).first, 10054U) << "reset, without a byte more";
 }
@@ -153,11 +153,11 @@ TEST(StreamSender, WrapsOnlyWhatCarriesFrames) {
   using namespace qm_stream;
   const auto packets = [](std::uint32_t uBytes) { return std::make_unique<TinyPackets>(uBytes); };
   const std::string sCopy = "invalid params given to ORCPYSocket30 constructor";
-  EXPECT_EQ(errorOf([&] { ORCPYSocket30 socket(nullptr); }), sCopy);
-  EXPECT_EQ(errorOf([&] { IRCPYSocket30 socket(packets(23)); }), sCopy);
-  EXPECT_EQ(errorOf([&] { OTPKTSocket socket(packets(7)); }),
+  EXPECT_EQ(thrownBy([&] { ORCPYSocket30 socket(nullptr); }), sCopy);
+  EXPECT_EQ(thrownBy([&] { IRCPYSocket30 socket(packets(23)); }), sCopy);
+  EXPECT_EQ(thrownBy([&] { OTPKTSocket socket(packets(7)); }),
             "invalid params given to OTPKTSocket constructor");
-  EXPECT_EQ(errorOf([&] { ITPKTSocket socket(nullptr); }), "invalid params given to ITPKTSocket constructor");
+  EXPECT_EQ(thrownBy([&] { ITPKTSocket socket(nullptr); }), "invalid params given to ITPKTSocket constructor");
   const ITPKTSocket tpkt(packets(8));
   EXPECT_EQ(tpkt.getMTU(), 0U);
   EXPECT_EQ(tpkt.getName().substr(0, 20), "OTPKTSocket::JSocket");

@@ -6,7 +6,7 @@ namespace {
 
 using qm_stream::chooseProtocol;
 using qm_stream::findProtocol;
-using qm_test::errorOf;
+using qm_test::thrownBy;
 using qm_utils::Packetizer;
 
 TEST(ProtocolTable, OffersTheBestFirst) {
@@ -112,12 +112,12 @@ TEST(Packetizer, RefusesWhatCantBeCut) {
     std::size_t uData;
   } const rows[] = {{0, &one, 1}, {9, nullptr, 1}, {9, &one, 0}, {9, &none, 1}, {1, &one, 1}};
   for (const auto& row : rows) {
-    EXPECT_EQ(errorOf([&] { packetizer.init(row.uMaxPacket, &one, 1, row.pData, row.uData, nullptr); }),
+    EXPECT_EQ(thrownBy([&] { packetizer.init(row.uMaxPacket, &one, 1, row.pData, row.uData, nullptr); }),
               "unknown error");
     EXPECT_FALSE(packetizer.next(&pBufs, &nBufs, nullptr)) << "no frame is left behind";
   }
   pBufs = nullptr;
-  EXPECT_EQ(errorOf([&] { packetizer.next(&pBufs, &nBufs, nullptr); }), "unknown error");
+  EXPECT_EQ(thrownBy([&] { packetizer.next(&pBufs, &nBufs, nullptr); }), "unknown error");
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 
 namespace {
 
-using qm_test::errorOf;
+using qm_test::thrownBy;
 
 /// What can be read until the end.
 std::string readAll(JFileSocket* pSocket) {
@@ -45,7 +45,7 @@ std::pair<std::uint32_t, std::string> systemErrorOf(Work work) {
     const qm_err::CaughtError error(pError);
     return {0, error->getMessage()};
   }
-  return {0, "no error"};
+  return {0, ""};
 }
 
 std::ptrdiff_t openDescriptors() {
@@ -89,7 +89,7 @@ TEST(ProcessPipe, CutsTheCommandLineAtBlanksOutsideQuotes) {
 TEST(ProcessPipe, TellsHowAChildEnded) {
   JProcessPipe process(true, true, true);
   process.exec("sh -c \"cat; echo error >&2; exit 7\"", nullptr);
-  EXPECT_EQ(errorOf([&] { process.wait(false, false); }), "Time out!") << "it waits for its input";
+  EXPECT_EQ(thrownBy([&] { process.wait(false, false); }), "Time out!") << "it waits for its input";
   process.getStdin()->write("text", 4);
   process.takeStdin().reset();
   EXPECT_EQ(readAll(process.getStdout()), "text");
@@ -177,7 +177,7 @@ TEST(ProcessPipe, SurvivesFailuresAtEveryCall) {
     EXPECT_EQ(openDescriptors(), iDescriptors) << uCall;
     awaitNoChildren();
   }
-  std::erase(labels, "no error");  // a close that reports a failure is one all the same
+  std::erase(labels, "");  // a close that reports a failure is one all the same
   labels.erase(std::unique(labels.begin(), labels.end()), labels.end());
   EXPECT_EQ(labels, (std::vector<std::string>{"CreatePipe for stdin", "DuplicateHandle for stdin",
                                               "CreatePipe for stdout", "DuplicateHandle for stdout",
