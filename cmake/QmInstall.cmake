@@ -19,6 +19,7 @@ configure_package_config_file(cmake/QuelmarinStorageAccessConfig.cmake.in
 write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/QuelmarinStorageAccessConfigVersion.cmake"
   COMPATIBILITY SameMinorVersion)
 install(FILES
+  cmake/FindMp3Lame.cmake
   "${CMAKE_CURRENT_BINARY_DIR}/QuelmarinStorageAccessConfig.cmake"
   "${CMAKE_CURRENT_BINARY_DIR}/QuelmarinStorageAccessConfigVersion.cmake"
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/QuelmarinStorageAccess")

@@ -58,9 +58,8 @@ int statusOf(int descriptor, struct stat& status) noexcept {
 }
 
 /// Takes the advisory lock. `deleted` says that the file was deleted before the lock came to be held.
-int lockFile(int descriptor, bool exclusive, bool& deleted) noexcept {
-  const int error =
-      errorOfCall([&] { return ::flock(descriptor, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB); });
+int lockFile(int descriptor, int operation, bool& deleted) noexcept {
+  const int error = errorOfCall([&] { return ::flock(descriptor, operation); });
   if (error == EWOULDBLOCK) {
     return EAGAIN;
   }
@@ -83,7 +82,8 @@ int prepare(const FileOpening& how, OpenedFile& file, bool& deleted) noexcept {
   if (!file.plain) {
     return 0;
   }
-  error = lockFile(file.descriptor, how.exclusive, deleted);
+  error =
+      lockFile(file.descriptor, (how.exclusive ? LOCK_EX : LOCK_SH) | (how.waiting ? 0 : LOCK_NB), deleted);
   if (error == 0 && how.creation == FileCreation::kEmptied && !deleted) {
     error = truncateFile(file.descriptor, 0);
   }
@@ -243,13 +243,13 @@ int syncDescriptor(int descriptor) noexcept {
   return error == EINVAL || error == EROFS ? 0 : error;  // a pipe or a file system that keeps nothing
 }
 
-int syncDirectoryOf(const std::string& path) noexcept {
+int syncDirectoryOf(const std::string& path) {
   const std::string directory = directoryOf(path);
   int error = 0;
   const int descriptor = uninterrupted(
       error, [&](bool) { return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
   if (error != 0) {
-    return error;
+    return error == EACCES ? 0 : error;  // one that may be written in but not listed
   }
   error = syncDescriptor(descriptor);
   closeDescriptor(descriptor);
@@ -286,7 +286,7 @@ int removeUnused(const std::string& path) noexcept {
   }
   bool deleted = false;
   if (error == 0) {
-    error = lockFile(descriptor, true, deleted);
+    error = lockFile(descriptor, LOCK_EX | LOCK_NB, deleted);
   }
   if (error == 0 && !deleted) {
     error = deleteOpened(descriptor, path);

@@ -23,6 +23,7 @@ struct FileOpening {
   FileAccess access = FileAccess::kRead;
   FileCreation creation = FileCreation::kExisting;
   bool exclusive = false;            ///< nobody else of this system may have it open at the same time
+  bool waiting = false;              ///< waits for another's lock to go, instead of EAGAIN
   bool unbuffered = false;           ///< transfers go past the system's cache
   std::uint32_t permissions = 0666;  ///< of a file that is made, less the process's mask
 };
@@ -74,7 +75,7 @@ int truncateFile(int descriptor, std::uint64_t position) noexcept;
 
 /// Returns when a file, or a directory's list of names, is on the disk. What can't be synced counts as done.
 int syncDescriptor(int descriptor) noexcept;
-int syncDirectoryOf(const std::string& path) noexcept;
+int syncDirectoryOf(const std::string& path);
 
 /// Deletes the file at a path if it is the one that the descriptor stands for.
 int deleteOpened(int descriptor, const std::string& path) noexcept;

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "coreapi/platform/descriptor.h"
 #include "coreapi/platform/fileaccess.h"
 #include "coreapi/platform/systemcall.h"
 
@@ -48,7 +47,7 @@ int readFileContents(const std::string& path, std::size_t limit, std::vector<std
     return error;
   }
   error = readToEnd(descriptor, limit, contents);
-  closeDescriptor(descriptor);
+  ::close(descriptor);  // nothing was written: it has nothing to report
   if (error != 0) {
     contents.clear();
   }

@@ -65,20 +65,14 @@ int diskSpaceOf(const std::string& path, DiskSpace& space) noexcept {
   return error;
 }
 
-struct DirectoryListing::Stream {
-  explicit Stream(DIR* pOpened) noexcept : pDirectory(pOpened) {}
-  ~Stream() { ::closedir(pDirectory); }
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
-
-  DIR* const pDirectory;
-};
-
-DirectoryListing::DirectoryListing() noexcept = default;
-DirectoryListing::~DirectoryListing() = default;
+DirectoryListing::~DirectoryListing() {
+  if (m_pDirectory != nullptr) {
+    ::closedir(static_cast<DIR*>(m_pDirectory));
+  }
+}
 
 int DirectoryListing::descriptor() const noexcept {
-  return m_pStream != nullptr ? ::dirfd(m_pStream->pDirectory) : kNoDescriptor;
+  return m_pDirectory != nullptr ? ::dirfd(static_cast<DIR*>(m_pDirectory)) : kNoDescriptor;
 }
 
 int DirectoryListing::openAt(int directory, const std::string& path, int flags) noexcept {
@@ -89,14 +83,11 @@ int DirectoryListing::openAt(int directory, const std::string& path, int flags) 
   if (error != 0) {
     return error;
   }
-  DIR* const pDirectory = ::fdopendir(opened);
-  if (pDirectory == nullptr) {
-    error = errno;
+  error = errorOfCall([&] { return (m_pDirectory = ::fdopendir(opened)) != nullptr ? 0 : -1; });
+  if (error != 0) {
     closeDescriptor(opened);
-    return error;
   }
-  m_pStream = std::make_unique<Stream>(pDirectory);
-  return 0;
+  return error;
 }
 
 int DirectoryListing::open(const std::string& path, bool through) noexcept {
@@ -109,13 +100,13 @@ int DirectoryListing::openInside(const DirectoryListing& parent, const std::stri
 
 int DirectoryListing::next(std::string& name) {
   name.clear();
-  if (m_pStream == nullptr) {
+  if (m_pDirectory == nullptr) {
     return EBADF;
   }
   const dirent* pEntry = nullptr;
   const int error = errorOfCall([&] {
     errno = 0;  // the end and a failure differ in this alone
-    pEntry = ::readdir(m_pStream->pDirectory);
+    pEntry = ::readdir(static_cast<DIR*>(m_pDirectory));
     return pEntry == nullptr && errno != 0 ? -1 : 0;
   });
   if (pEntry != nullptr) {

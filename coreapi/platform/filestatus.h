@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 /// What the system knows of files, directories and file systems. Every operation reports 0, or the `errno`
@@ -37,7 +36,7 @@ int diskSpaceOf(const std::string& path, DiskSpace& space) noexcept;
 /// The names in a directory, as the system gives them out. One thread at a time.
 class DirectoryListing {
  public:
-  DirectoryListing() noexcept;
+  DirectoryListing() = default;
   ~DirectoryListing();
   DirectoryListing(const DirectoryListing&) = delete;
   DirectoryListing& operator=(const DirectoryListing&) = delete;
@@ -62,8 +61,7 @@ class DirectoryListing {
   int openAt(int directory, const std::string& path, int flags) noexcept;
   int descriptor() const noexcept;
 
-  struct Stream;
-  std::unique_ptr<Stream> m_pStream;  ///< null until opened
+  void* m_pDirectory = nullptr;  ///< the system's stream of names; null until opened
 };
 
 }  // namespace qm_platform

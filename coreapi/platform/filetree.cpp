@@ -1,7 +1,7 @@
 #include "coreapi/platform/filetree.h"
 
 #include <cerrno>
-#include <cstdio>
+#include <cstdio>  // renameat2
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -167,10 +167,10 @@ int copyUnderWorkName(int from, const struct stat& origin, const std::string& to
   deleteFile(work);  // left by a thread of this number that was stopped
   Opened copy;
   int error = copy.open(work, {.access = FileAccess::kWrite, .creation = FileCreation::kNew});
-  if (error != 0) {
+  if (error == EEXIST) {
     return error;
   }
-  error = copyBytes(from, copy.get().descriptor);
+  error = error != 0 ? error : copyBytes(from, copy.get().descriptor);
   error = error != 0 ? error : finishCopy(copy.get().descriptor, origin);
   const int closed = copy.close();
   error = error != 0 ? error : closed;
@@ -214,17 +214,16 @@ int moveFile(const std::string& from, const std::string& to, bool replace) {
 }
 
 int copyFile(const std::string& from, const std::string& to, bool replace) {
-  Opened origin;
-  int error = origin.open(from, {});
-  if (error != 0) {
-    return error;
-  }
-  if (!origin.get().plain) {
-    return EINVAL;
-  }
   struct stat status {};
   std::string resolved;
-  error = errorOfCall([&] { return ::fstat(origin.get().descriptor, &status); });
+  // Asked before the opening, which would wait on a pipe for somebody to write.
+  int error = errorOfCall([&] { return ::stat(from.c_str(), &status); });
+  if (error == 0 && !S_ISREG(status.st_mode)) {
+    error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+  }
+  Opened origin;
+  error = error != 0 ? error : origin.open(from, {});
+  error = error != 0 ? error : errorOfCall([&] { return ::fstat(origin.get().descriptor, &status); });
   error = error != 0 ? error : checkTarget(to, replace, status, resolved);
   return error != 0 ? error : copyUnderWorkName(origin.get().descriptor, status, resolved, replace);
 }

@@ -299,6 +299,15 @@ SocketError setBroadcast(int iSocket) noexcept {
   return setOption(iSocket, SOL_SOCKET, SO_BROADCAST, 1);
 }
 
+SocketError setPrecedence(int iSocket, int iPrecedence) noexcept {
+  constexpr int kHighest = 7;
+  constexpr int kShift = 5;
+  if (iPrecedence < 0 || iPrecedence > kHighest) {
+    return kSocketInvalidArgument;
+  }
+  return setOption(iSocket, IPPROTO_IP, IP_TOS, iPrecedence << kShift);
+}
+
 SocketError setSendBuffer(int iSocket, int iBytes) noexcept {
   return setOption(iSocket, SOL_SOCKET, SO_SNDBUF, iBytes);
 }

@@ -102,6 +102,9 @@ SocketError setBroadcast(int iSocket) noexcept;
 SocketError setSendBuffer(int iSocket, int iBytes) noexcept;
 SocketError setReceiveBuffer(int iSocket, int iBytes) noexcept;
 
+/// Sets the precedence of packets, 0 to 7: the three high bits of their type of service (RFC 791).
+SocketError setPrecedence(int iSocket, int iPrecedence) noexcept;
+
 /// Probes an idle connection after `iTime` and then each `iInterval` milliseconds, rounded up to seconds.
 SocketError setKeepAlive(int iSocket, bool bEnable, std::uint32_t uTime, std::uint32_t uInterval) noexcept;
 

@@ -7,7 +7,7 @@
 
 namespace qm_platform {
 
-int openUnnamedStream(const std::string& path, std::FILE*& stream) noexcept {
+int openUnnamedStream(const std::string& path, std::FILE*& stream) {
   stream = nullptr;
   std::string whole;  // another thread may change the current directory
   int error = absolutePath(path, whole);

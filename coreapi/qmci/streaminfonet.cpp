@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <initializer_list>
 #include <limits>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -85,6 +86,13 @@ InfoBlock parameterOf(const JParams& params) {
   return {pBytes.get(), pBytes.get() + uSize};
 }
 
+/// A block of `uFixedSize` zero bytes with `tail` behind them.
+InfoBlock blockBefore(std::size_t uFixedSize, std::span<const std::uint8_t> tail) {
+  InfoBlock block(uFixedSize + tail.size());
+  std::copy(tail.begin(), tail.end(), block.begin() + static_cast<std::ptrdiff_t>(uFixedSize));
+  return block;
+}
+
 InfoBlock netVideo(const StreamInfo& info) {
   const QMCIVideoInfo record(info.getBytes().subspan(StreamInfo::kDescriptionAt));
   std::uint32_t uCompression = 0;
@@ -96,8 +104,7 @@ InfoBlock netVideo(const StreamInfo& info) {
     QM_THROW(JTextError, "R30 stream info compatibility only for QMV1-2");
   }
   const InfoBlock bitmap = QMVideoInfoNoXml(record.getBytes()).createBMI();
-  InfoBlock block(kNetBitmapAt);
-  block.insert(block.end(), bitmap.begin(), bitmap.end());
+  InfoBlock block = blockBefore(kNetBitmapAt, bitmap);
   writeLE32(block.data() + kNetBitmapAt + kBitmapCompressionAt, uCompression);
   const PictureStandard standard = getPictureStandard(record.getWidth(), record.getHeight());
   writeLE32(block.data() + kNetWidthAt, record.getWidth());
@@ -140,8 +147,7 @@ InfoBlock netAudio(const StreamInfo& info) {
 InfoBlock netData(const StreamInfo& info) {
   const StreamDataInfo record(info.getBytes().subspan(StreamInfo::kDescriptionAt));
   const auto texts = record.getTexts();
-  InfoBlock block(kNetTextsAt);
-  block.insert(block.end(), texts.begin(), texts.end());
+  InfoBlock block = blockBefore(kNetTextsAt, texts);
   writeLE32(block.data() + kNetFPSNumAt, record.getFPSNum());
   writeLE32(block.data() + kNetFPSDenAt, record.getFPSDen());
   writeLE32(block.data() + kNetFrameSizeAt, record.getFrameSize());

@@ -7,10 +7,10 @@
 #include "coreapi/platform/faultseam.h"
 #include "storage/AlarmLog.h"
 #include "storage/ProtectedLog.h"
-#include "tests/coreapi/qmutils/rpc/thrownby.h"
 #include "tests/storage/wiretext.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/tempdir.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 

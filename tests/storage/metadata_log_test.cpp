@@ -4,10 +4,10 @@
 #include <vector>
 
 #include "storage/MetaDataLog.h"
-#include "tests/coreapi/qmutils/rpc/thrownby.h"
 #include "tests/storage/wiretext.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/tempdir.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include "coreapi/qmutils/log/JLog.h"
 #include "storage/AnalyticsData.h"
 #include "storage/StorageSearchImpl.h"
-#include "tests/coreapi/qmutils/rpc/thrownby.h"
 #include "tests/storage/wiretext.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 #include <string>
 
 #include "storage/StorageQueryImpl.h"
-#include "tests/coreapi/qmutils/rpc/thrownby.h"
 #include "tests/storage/wiretext.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 

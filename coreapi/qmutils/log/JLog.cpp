@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 #include <string_view>
+#include <utility>
 
 #include "coreapi/platform/clocale.h"
 #include "coreapi/platform/process.h"
@@ -12,6 +13,8 @@
 #include "coreapi/qmutils/log/JLogThreadedInput.h"
 #include "coreapi/qmutils/log/JLogThreadedOutput.h"
 #include "coreapi/qmutils/log/jtraceableobject.h"
+#include "coreapi/qmutils/log/telnetserver.h"
+#include "coreapi/qmutils/registry/registryfile.h"
 
 using qm_utils::LogState;
 using qm_utils::logState;
@@ -38,8 +41,11 @@ void ensureConfigured(LogState& state) {
   if (state.bReady.load(std::memory_order_acquire)) {
     return;
   }
-  if (dynamic_cast<JLogThreadedOutput*>(JThread::getCurrentThread()) != nullptr) {
-    return;  // the configuration may be waiting for just this thread to end
+  const JThread* pThread = JThread::getCurrentThread();
+  if (dynamic_cast<const JLogThreadedOutput*>(pThread) != nullptr ||
+      dynamic_cast<const qm_utils::TelnetServer*>(pThread) != nullptr ||
+      qm_utils::RegistryFile::isBusyHere()) {
+    return;  // the configuration may be waiting for just this thread
   }
   const JAutoLock configuring(state.configuring);
   if (!state.bInitialised) {
@@ -65,6 +71,9 @@ std::string_view className(const char* szClass) {
 
 /// Passes a record to the outputs. The mutex is held.
 void passOn(LogState& state, const JLog::Msg& record) {
+  if (qm_utils::KeptBackRecords::take(record)) {
+    return;
+  }
   ++state.iRouting;
   // By index: an output that is called here may add another one.
   for (std::size_t i = 0; i < state.outputs.size(); ++i) {
@@ -83,6 +92,35 @@ qm_utils::LogState::LogState() {
 LogState& qm_utils::logState() {
   static LogState& state = *new LogState;
   return state;
+}
+
+namespace {
+
+thread_local qm_utils::KeptBackRecords* t_pKeptBack = nullptr;
+
+}  // namespace
+
+qm_utils::KeptBackRecords::KeptBackRecords() noexcept : m_pOuter(std::exchange(t_pKeptBack, this)) {}
+
+qm_utils::KeptBackRecords::~KeptBackRecords() {
+  t_pKeptBack = m_pOuter;
+  quietly([this] {
+    LogState& state = logState();
+    const JAutoLock lock(state.mutex);
+    for (const JLog::Msg& record : m_records) {
+      passOn(state, record);
+    }
+  });
+}
+
+bool qm_utils::KeptBackRecords::take(const JLog::Msg& record) {
+  if (t_pKeptBack == nullptr) {
+    return false;
+  }
+  if (t_pKeptBack->m_records.size() < kMaxRecords) {
+    t_pKeptBack->m_records.push_back(record);
+  }
+  return true;
 }
 
 std::vector<std::shared_ptr<JLog::GenericOutput>> qm_utils::logOutputs() {
@@ -247,6 +285,8 @@ void JLog::deleteOutputs() {
   for (const auto& pOutput : outputs) {
     stop(*pOutput, 0, true);
   }
+  outputs.clear();
+  qm_utils::TelnetServer::deleteFree();
 }
 
 void JLog::deleteInputs() {

@@ -28,9 +28,10 @@ class ITraceableObject;
 ///
 /// Threads: everything from any thread, but the operations that stop outputs or inputs never from the thread
 /// of one of them; they would wait for themselves. (`configure` may come from an input's thread as long as it
-/// keeps that input.) Lock order: one configuration at a time, then the lock of the lists of outputs and
-/// inputs, which is held while a record is passed on, then an output's own. The calls that wait for an output
-/// or an input hold neither of the first two.
+/// keeps that input.) Lock order: one configuration at a time, then the lock of the configuration's file, then
+/// that of the lists of outputs and inputs, which is held while a record is passed on, then an output's own.
+/// The calls that wait for an output or an input hold neither of the last two, and `configure` waits for the
+/// input of the master behind the first.
 class JLog {
  public:
   struct Msg;
@@ -85,6 +86,11 @@ class JLog {
 
   static constexpr const char* kDefaultKeyPath = "SOFTWARE\\Quelmarin\\Log";
 
+  /// Where the processes of a machine send their records to the master: a UDP port of the loopback, and the
+  /// most bytes of one record.
+  static constexpr std::uint16_t kMasterPort = 16161;
+  static constexpr int kMasterBuffer = 16400;
+
   /// Records that a configured output's queue holds at most.
   static constexpr std::uint32_t kQueueCapacity = 200;
 
@@ -105,9 +111,10 @@ class JLog {
   static void init(std::uint32_t uFlags = kNoChange, const std::string& sKeyPath = kDefaultKeyPath,
                    qm_utils::RegistryRoot root = qm_utils::RegistryRoot::kLocalMachine);
 
-  /// Ends all outputs, within a second for what they still hold, and makes those that the flags ask for. What
-  /// other threads log meanwhile reaches the outputs that there are at that moment. Failures are logged, not
-  /// thrown.
+  /// Ends all outputs, within a second for what they still hold, and makes those that the flags ask for; the
+  /// input of the master is left alone as long as the flags ask for it. What other threads log meanwhile
+  /// reaches the outputs that there are at that moment, what this one logs the new ones. Failures are logged,
+  /// not thrown.
   static void configure(std::uint32_t uFlags);
 
   /// Logs a finished text from a site in the source. The file, the class and the object may be null; a class
@@ -150,7 +157,8 @@ class JLog {
   /// logs.
   static void stopOutputs(int iTimeout, bool bWait);
 
-  /// Stops and deletes all outputs, or all inputs. What an output still holds is lost.
+  /// Stops and deletes all outputs, with the telnet ports that no other output has, or all inputs. What an
+  /// output still holds is lost.
   static void deleteOutputs();
   static void deleteInputs();
 

@@ -3,9 +3,14 @@
 #include <string_view>
 
 #include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/log/JInProcessForwardOutput.h"
 #include "coreapi/qmutils/log/JLogDebugOutput.h"
 #include "coreapi/qmutils/log/JLogFileOutput.h"
+#include "coreapi/qmutils/log/JLogMsgUdpInput.h"
+#include "coreapi/qmutils/log/JLogMsgUdpOutput.h"
+#include "coreapi/qmutils/log/JLogRotatingFile.h"
 #include "coreapi/qmutils/log/JLogState.h"
+#include "coreapi/qmutils/log/JLogSyslog.h"
 #include "coreapi/qmutils/log/JLogThreadedInput.h"
 #include "coreapi/qmutils/registry/jsystemregistry.h"
 
@@ -21,10 +26,27 @@ constexpr int kReplaceTimeout = 1000;
 /// The flags of the first configuration when nobody has set any.
 constexpr std::uint32_t kFirstFlags = JLog::kRegistry | JLog::kConsoleIfNoOther;
 
+constexpr const char* kMasterName = "master-input";
+constexpr const char* kSlaveName = "slave-output";
+
 using Output = std::unique_ptr<JLog::GenericOutput>;
 
 Output createConsole(const std::string& sName, const IRegistryReadAccess& key) {
   return std::make_unique<JLogDebugOutput>(sName, key);
+}
+
+Output createRotatingFile(const std::string& sName, const IRegistryReadAccess& key) {
+  bool bAllowed = false;
+  key.getBool("AllowMultiple", bAllowed);
+  return bAllowed ? std::make_unique<JLogRotatingFile>(sName, key) : nullptr;
+}
+
+Output createSyslog(const std::string& sName, const IRegistryReadAccess& key) {
+  return std::make_unique<JLogSyslog>(sName, key);
+}
+
+Output createInProcess(const std::string& sName, const IRegistryReadAccess& key) {
+  return std::make_unique<JInProcessForwardOutput>(sName, key);
 }
 
 /// A type of output that the configuration can name: its name, in lower case, and its maker, which may give
@@ -37,6 +59,9 @@ struct OutputType {
 
 constexpr OutputType kOutputTypes[] = {
     {"console", createConsole, true},
+    {"file", createRotatingFile, false},
+    {"inprocess", createInProcess, false},
+    {"syslog", createSyslog, false},
 };
 
 std::string lowerCase(std::string sText) {
@@ -79,12 +104,32 @@ void forEachSubKey(Visit visit) {
   }
 }
 
-/// One run of the configuration. What fails is kept back until the outputs are there that can tell it.
+/// One run of the configuration.
 class Configuration {
  public:
   explicit Configuration(std::uint32_t uFlags) : m_uFlags(uFlags) {}
 
+  /// Lets the input of the master come or go. One that goes is the caller's to end.
+  std::shared_ptr<JLog::GenericInput> updateMaster() {
+    if (!has(JLog::kMaster)) {
+      return takeMaster();
+    }
+    if (!hasMaster()) {
+      attempt(kMasterName, [] {
+        JLog::addLogInput(
+            std::make_unique<JLogMsgUdpInput>(kMasterName, JLog::kMasterPort, JLog::kMasterBuffer));
+      });
+    }
+    return nullptr;
+  }
+
   void addOutputs() {
+    if (has(JLog::kSlave)) {
+      attempt(kSlaveName, [] {
+        JLog::addLogOutput(std::make_unique<JLogMsgUdpOutput>(kSlaveName, "127.0.0.1", JLog::kMasterPort,
+                                                              JLog::kMasterBuffer));
+      });
+    }
     if (has(JLog::kRegistry)) {
       attempt("registry", [this] {
         forEachSubKey([this](const std::string& sName, const IRegistryReadAccess& key) {
@@ -99,12 +144,6 @@ class Configuration {
     if ((has(JLog::kConsole) && !m_bConsole) ||
         (has(JLog::kConsoleIfNoOther) && qm_utils::logOutputs().empty())) {
       attempt("console", [] { JLog::addLogOutput(std::make_unique<JLogDebugOutput>("console")); });
-    }
-  }
-
-  void tellFailures() const {
-    for (const std::string& sFailure : m_failures) {
-      JLog::log(qm_err::kLogError, "%s", sFailure.c_str());
     }
   }
 
@@ -124,21 +163,47 @@ class Configuration {
     }
   }
 
+  static auto findMaster(LogState& state) {
+    return std::find_if(state.inputs.begin(), state.inputs.end(),
+                        [](const auto& pInput) { return pInput->getName() == kMasterName; });
+  }
+
+  static bool hasMaster() {
+    LogState& state = logState();
+    const JAutoLock lock(state.mutex);
+    return findMaster(state) != state.inputs.end();
+  }
+
+  static std::shared_ptr<JLog::GenericInput> takeMaster() {
+    LogState& state = logState();
+    const JAutoLock lock(state.mutex);
+    std::shared_ptr<JLog::GenericInput> pMaster;
+    const auto found = findMaster(state);
+    if (found != state.inputs.end()) {
+      pMaster = std::move(*found);
+      state.inputs.erase(found);
+    }
+    return pMaster;
+  }
+
   template <typename Step>
-  void attempt(const std::string& sName, Step step) {
+  static void attempt(const std::string& sName, Step step) {
     try {
       step();
     } catch (JError* pError) {
       const qm_err::CaughtError error(pError);
-      m_failures.push_back("Log output '" + sName + "' not created: " + error->getMessage());
+      tellFailure(sName, error->getMessage());
     } catch (const std::exception& error) {
-      m_failures.push_back("Log output '" + sName + "' not created: " + error.what());
+      tellFailure(sName, error.what());
     }
+  }
+
+  static void tellFailure(const std::string& sName, const std::string& sFailure) {
+    JLog::log(qm_err::kLogError, "Log output '%s' not created: %s", sName.c_str(), sFailure.c_str());
   }
 
   std::uint32_t m_uFlags;
   bool m_bConsole = false;  ///< a console output is there
-  std::vector<std::string> m_failures;
 };
 
 /// What the flags of a call stand for.
@@ -151,34 +216,44 @@ std::uint32_t effectiveFlags(std::uint32_t uFlags) {
   return uFlags == JLog::kNoChange ? kFirstFlags : uFlags;
 }
 
-}  // namespace
-
-void JLog::init(std::uint32_t uFlags, const std::string& sKeyPath, qm_utils::RegistryRoot root) {
-  LogState& state = logState();
-  const JAutoLock configuring(state.configuring);
-  {
-    const JAutoLock lock(state.mutex);
-    state.sKeyPath = sKeyPath;
-    state.root = root;
-  }
-  configure(uFlags);
-}
-
-void JLog::configure(std::uint32_t uFlags) {
-  LogState& state = logState();
-  const JAutoLock configuring(state.configuring);
+/// Configures the log; `configuring` is held. Returns an input that is to end when it isn't held any more: a
+/// thread of it may be waiting for a configuration of its own.
+std::shared_ptr<JLog::GenericInput> run(LogState& state, std::uint32_t uFlags) {
   state.bInitialised = true;
   uFlags = effectiveFlags(uFlags);
-  stopOutputs(kReplaceTimeout, true);
-  deleteOutputs();
+  const qm_utils::KeptBackRecords forNewOutputs;
   Configuration configuration(uFlags);
+  std::shared_ptr<JLog::GenericInput> pEnded = configuration.updateMaster();
+  JLog::stopOutputs(kReplaceTimeout, true);
+  JLog::deleteOutputs();
   configuration.addOutputs();
   {
     const JAutoLock lock(state.mutex);
     state.uFlags = uFlags;
   }
   state.bReady.store(true, std::memory_order_release);
-  configuration.tellFailures();
+  return pEnded;
+}
+
+}  // namespace
+
+void JLog::init(std::uint32_t uFlags, const std::string& sKeyPath, qm_utils::RegistryRoot root) {
+  LogState& state = logState();
+  std::shared_ptr<GenericInput> pEnded;
+  const JAutoLock configuring(state.configuring);
+  {
+    const JAutoLock lock(state.mutex);
+    state.sKeyPath = sKeyPath;
+    state.root = root;
+  }
+  pEnded = run(state, uFlags);
+}
+
+void JLog::configure(std::uint32_t uFlags) {
+  LogState& state = logState();
+  std::shared_ptr<GenericInput> pEnded;
+  const JAutoLock configuring(state.configuring);
+  pEnded = run(state, uFlags);
 }
 
 void JLog::reload() {

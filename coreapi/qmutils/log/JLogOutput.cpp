@@ -40,6 +40,14 @@ std::uint32_t readMask(const qm_utils::IRegistryReadAccess& key) {
   return uMask;
 }
 
+JLogFilter readFilter(const qm_utils::IRegistryReadAccess& key) {
+  std::string sInclude;
+  std::string sExclude;
+  key.getString("FilterInclude", sInclude);
+  key.getString("FilterExclude", sExclude);
+  return {std::move(sInclude), std::move(sExclude)};
+}
+
 std::string readFormat(const qm_utils::IRegistryReadAccess& key) {
   std::string sFormat = JLogFormat::kDefault;
   key.getString("Format", sFormat);
@@ -62,6 +70,7 @@ JLogFormattedOutput::JLogFormattedOutput(std::string sName, std::string sThreadN
     : JLogThreadedOutput(std::move(sName), std::move(sThreadName), uQueueCapacity, iPriority),
       m_uMask(readMask(key)),
       m_format(readFormat(key)),
+      m_filter(readFilter(key)),
       m_bOneLine(bOneLine) {}
 
 bool JLogFormattedOutput::takes(std::uint32_t uLevel) const noexcept {

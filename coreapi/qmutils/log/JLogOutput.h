@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "coreapi/qmutils/log/JLogFilter.h"
 #include "coreapi/qmutils/log/JLogFormat.h"
 #include "coreapi/qmutils/log/JLogThreadedOutput.h"
 #include "coreapi/qmutils/registry/jregistry.h"
@@ -22,8 +23,10 @@
 ///     EnableLevelTraceRunning      boolean  bit 6
 ///     EnableLevelTraceStepByStep   boolean  bit 7
 ///     Format                       string   the pattern
+///     FilterInclude, FilterExclude string   lists of glob patterns, separated by ";"
 ///
-/// Mask and pattern are fixed at construction. Threads and lock order are those of `JLogThreadedOutput`.
+/// The two lists are kept for whoever asks `getFilter`; they keep no record out. Mask and pattern are fixed
+/// at construction. Threads and lock order are those of `JLogThreadedOutput`.
 class JLogFormattedOutput : public JLogThreadedOutput {
  public:
   /// INFO, WARNING, ERROR, CRITICAL. (The bits 13 to 19 stand in the stored default; no output reads them.)
@@ -34,7 +37,7 @@ class JLogFormattedOutput : public JLogThreadedOutput {
   JLogFormattedOutput(std::string sName, std::string sThreadName, std::uint32_t uMask, const char* szFormat,
                       bool bOneLine, std::uint32_t uQueueCapacity, int iPriority);
 
-  /// With mask and pattern from a key of the configuration. Throws what reading the key throws.
+  /// With mask, pattern and lists from a key of the configuration. Throws what reading the key throws.
   JLogFormattedOutput(std::string sName, std::string sThreadName, const qm_utils::IRegistryReadAccess& key,
                       bool bOneLine, std::uint32_t uQueueCapacity, int iPriority);
 
@@ -50,6 +53,7 @@ class JLogFormattedOutput : public JLogThreadedOutput {
   virtual void writeText(const JLog::Msg& record, const std::string& sLine) = 0;
 
   std::uint32_t getMask() const noexcept { return m_uMask; }
+  const JLogFilter& getFilter() const noexcept { return m_filter; }
 
  protected:
   /// Appends the finished line of a record to `sOut`.
@@ -61,6 +65,7 @@ class JLogFormattedOutput : public JLogThreadedOutput {
  private:
   std::uint32_t m_uMask;
   JLogFormat m_format;
+  const JLogFilter m_filter;
   const bool m_bOneLine;
   std::string m_sMessage;  ///< the message without its line breaks, when there were any
   std::string m_sLine;     ///< kept for its memory

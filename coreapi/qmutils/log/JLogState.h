@@ -42,6 +42,25 @@ struct LogState {
 /// The one state of the process. It is never destroyed.
 LogState& logState();
 
+/// Keeps back what the calling thread logs, at most `kMaxRecords` of it, and passes it on at its end: while a
+/// thread makes the outputs of a configuration, there are none that could tell what goes wrong with them.
+class KeptBackRecords {
+ public:
+  static constexpr std::size_t kMaxRecords = 1000;
+
+  KeptBackRecords() noexcept;
+  ~KeptBackRecords();
+  KeptBackRecords(const KeptBackRecords&) = delete;
+  KeptBackRecords& operator=(const KeptBackRecords&) = delete;
+
+  /// Takes a record if the calling thread's are kept back. False when they aren't.
+  static bool take(const JLog::Msg& record);
+
+ private:
+  KeptBackRecords* m_pOuter;  ///< of the same thread; it takes what this one kept
+  std::vector<JLog::Msg> m_records;
+};
+
 /// A copy of the list of outputs.
 std::vector<std::shared_ptr<JLog::GenericOutput>> logOutputs();
 

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/log/JLogState.h"
+#include "coreapi/qmutils/registry/jsystemregistry.h"
 
 JLogThreadedInput::JLogThreadedInput(std::string sName, std::string sThreadName)
     : GenericInput(std::move(sName)), JThread(std::move(sThreadName)) {}
@@ -43,13 +45,26 @@ void JLogThreadedInput::run() {
       continue;
     }
     if (record.uLevel == qm_err::kLogNone && record.sMessage == kReloadOrder) {
-      JLog::configure(JLog::kNoChange);
-      JLog::log(qm_err::kLogInfo, "---- LOG CONFIGURATION RELOADED ----");
+      reload();
     } else {
       forward(record);
     }
   }
   onThreadStop();
+}
+
+/// Reads the configuration again, from its file on. A failure to read the file is told by the outputs that
+/// what it holds up to there makes.
+void JLogThreadedInput::reload() {
+  const qm_utils::KeptBackRecords failures;
+  try {
+    JSystemRegistryKey::reload();
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    qm_err::log(qm_err::kLogError, "The configuration file can't be read: %s", error->getMessage().c_str());
+  }
+  JLog::configure(JLog::kNoChange);
+  JLog::log(qm_err::kLogInfo, "---- LOG CONFIGURATION RELOADED ----");
 }
 
 int JLogThreadedInput::tryRead(JLog::Msg& record) {

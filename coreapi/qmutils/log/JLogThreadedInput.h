@@ -7,7 +7,7 @@
 
 /// An input with a thread of its own that reads records and forwards them to the log. The record by which a
 /// slave process orders it, of level 0 with the message "RELOAD_CONFIG", makes the log read its configuration
-/// again instead.
+/// again, from the file on, instead.
 ///
 /// Threads: the owner starts, stops and destroys, and a derived class stops in its destructor (`stop(0,
 /// true)`), because its `readRecord` is gone after that.
@@ -46,6 +46,7 @@ class JLogThreadedInput : public JLog::GenericInput, public JThread {
 
  private:
   void run() override;
+  static void reload();
   int tryRead(JLog::Msg& record);
 
   int m_iRetryDelay = kRetryDelay;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "coreapi/qmutils/params/paramscan.h"
+
 namespace qm_utils {
 
 namespace {
@@ -50,6 +52,27 @@ std::string_view plainStart(const EscapeTable& escapes, std::string_view sBytes)
   return sBytes.substr(0, static_cast<std::size_t>(plainEnd - sBytes.begin()));
 }
 
+/// Whether one of eight characters may need an escape in a quoted string.
+bool mayNeedQuotedEscape(Eight eight) noexcept {
+  const Eight control = (eight - eightTimes(0x20)) & ~eight & eightTimes('\x80');
+  return (control | markZeros(eight ^ eightTimes('"')) | markZeros(eight ^ eightTimes('\\'))) != 0;
+}
+
+/// The longest start of a text that stands in a quoted string as it is.
+std::string_view plainQuotedStart(std::string_view sText) noexcept {
+  std::size_t plain = 0;
+  while (sText.size() - plain >= sizeof(Eight) && !mayNeedQuotedEscape(loadEight(sText.data() + plain))) {
+    plain += sizeof(Eight);
+  }
+  return sText.substr(0, plain + plainStart(kQuotedEscapes, sText.substr(plain)).size());
+}
+
+/// A bound of a text's length in a quoted string, without the quotes.
+std::size_t quotedBound(std::string_view sText) noexcept {
+  const std::string_view sRest = sText.substr(plainQuotedStart(sText).size());
+  return sText.size() + 3 * countEscaped(kQuotedEscapes, sRest);
+}
+
 }  // namespace
 
 void ParamWriter::handOn(std::string_view sText) {
@@ -67,25 +90,6 @@ std::size_t ParamWriter::finish() {
     m_used = 0;
   }
   return m_handedOn;
-}
-
-/// Room for a few bytes, which count as written.
-char* ParamWriter::makeRoom(std::size_t size) {
-  if (size > m_piece.size() - m_used) {
-    finish();
-  }
-  char* const pRoom = m_piece.data() + m_used;
-  m_used += size;
-  return pRoom;
-}
-
-void ParamWriter::writeText(std::string_view sText) {
-  if (sText.size() > m_piece.size()) {
-    finish();
-    handOn(sText);
-  } else {
-    std::memcpy(makeRoom(sText.size()), sText.data(), sText.size());
-  }
 }
 
 void ParamWriter::writePair(char cFirst, char cSecond) {
@@ -129,7 +133,7 @@ void ParamWriter::writeParameter(std::string_view sNameStart, std::string_view s
 void ParamWriter::writeQuoted(std::string_view sText) {
   *makeRoom(1) = '"';
   while (!sText.empty()) {
-    const std::string_view sPlain = plainStart(kQuotedEscapes, sText);
+    const std::string_view sPlain = plainQuotedStart(sText);
     writeText(sPlain);
     sText.remove_prefix(sPlain.size());
     if (!sText.empty()) {
@@ -183,7 +187,7 @@ std::size_t maxTextLength(std::size_t nameLength, const ParamValue& value) noexc
     case JVariant::T_DOUBLE:
       return assigned + 32;
     case JVariant::T_STRING:
-      return assigned + 2 + value.size + 3 * countEscaped(kQuotedEscapes, value.bytes());
+      return assigned + 2 + quotedBound(value.bytes());
     case JVariant::T_BLOB:
       return assigned + 14 + value.size + countEscaped(kCountedEscapes, value.bytes());
     case JVariant::T_EMPTY:

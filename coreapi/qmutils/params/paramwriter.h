@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "coreapi/qmutils/params/growingbytes.h"
 #include "coreapi/qmutils/params/paramvalue.h"
 
 namespace qm_utils {
@@ -22,7 +23,14 @@ class ParamWriter {
   ParamWriter(const ParamWriter&) = delete;
   ParamWriter& operator=(const ParamWriter&) = delete;
 
-  void writeText(std::string_view sText);
+  void writeText(std::string_view sText) {
+    if (sText.size() > m_piece.size()) {
+      finish();
+      handOn(sText);
+    } else {
+      copyFew(makeRoom(sText.size()), sText.data(), sText.size());
+    }
+  }
 
   /// A name that comes in two parts, "=" and the value; nothing at all for a `T_EMPTY`.
   void writeParameter(std::string_view sNameStart, std::string_view sNameEnd, const ParamValue& value);
@@ -31,7 +39,16 @@ class ParamWriter {
   std::size_t finish();
 
  private:
-  char* makeRoom(std::size_t size);
+  /// Room for a few bytes, which count as written.
+  char* makeRoom(std::size_t size) {
+    if (size > m_piece.size() - m_used) {
+      finish();
+    }
+    char* const pRoom = m_piece.data() + m_used;
+    m_used += size;
+    return pRoom;
+  }
+
   void handOn(std::string_view sText);
   void writePair(char cFirst, char cSecond);
   void writeQuoted(std::string_view sText);

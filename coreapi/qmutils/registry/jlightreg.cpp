@@ -7,9 +7,12 @@
 
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/registry/registryfile.h"
+#include "coreapi/qmutils/registry/registrypath.h"
 #include "coreapi/qmutils/thread/jmutex.h"
 #include "coreapi/qmutils/thread/jwaitable.h"
 
+using qm_utils::nextName;
 using qm_utils::RegistryKeyRecord;
 using qm_utils::RegistryRoot;
 using qm_utils::RegistryValue;
@@ -88,18 +91,6 @@ namespace {
 JMutex& treeMutex() {
   static JMutex& mutex = *new JMutex;
   return mutex;
-}
-
-/// Takes the next name off a path, skipping empty ones; false at its end.
-bool nextName(std::string_view& path, std::string_view& name) noexcept {
-  const std::size_t start = path.find_first_not_of('\\');
-  if (start == std::string_view::npos) {
-    return false;
-  }
-  path.remove_prefix(start);
-  name = path.substr(0, path.find('\\'));
-  path.remove_prefix(name.size());
-  return true;
 }
 
 /// Cuts a name to what a record takes.
@@ -251,6 +242,11 @@ void JLightRegistryKey::notifyChange(std::shared_ptr<JFlag> pFlag, bool bSubTree
 bool JLightRegistryKey::isNull() const {
   const JAutoLock lock(treeMutex());
   return !m_pNode;
+}
+
+bool JLightRegistryKey::isDeleted() const {
+  const JAutoLock lock(treeMutex());
+  return openNode()->bDeleted;
 }
 
 void JLightRegistryKey::getSubKeys(std::vector<std::string>& names) const {
@@ -452,8 +448,15 @@ std::size_t JLightRegistryKey::getBinary(const std::string& sName, void* pBuffer
 }
 
 void JLightRegistryKey::flush() {
-  const JAutoLock lock(treeMutex());
-  openNode();
+  {
+    const JAutoLock lock(treeMutex());
+    openNode();
+  }
+  flush(false, nullptr);
+}
+
+void JLightRegistryKey::flush(bool bReload, const char* szPath) {
+  qm_utils::RegistryFile::get().flush(bReload, szPath);
 }
 
 void JLightRegistryKey::deleteValue(const std::string& sName) {

@@ -51,6 +51,9 @@ class JLightRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils:
 
   bool isNull() const override;
 
+  /// Whether the key that is open was deleted, with no word on whether there is a new one of its path.
+  bool isDeleted() const;
+
   void getSubKeys(std::vector<std::string>& names) const override;
   void getSubKeys(std::unique_ptr<qm_utils::RegistryKeyRecord[]>& pRecords,
                   std::size_t& uCount) const override;
@@ -75,8 +78,15 @@ class JLightRegistryKey : public qm_utils::IRegistryReadAccess, public qm_utils:
   std::vector<std::uint8_t> getBinary(const std::string& sName) const override;
   std::size_t getBinary(const std::string& sName, void* pBuffer, std::size_t uSize) const override;
 
-  /// Nothing is pending: a change is in the tree when its operation returns.
+  /// As `flush(false, nullptr)`.
   void flush() override;
+
+  /// Brings the tree's branch "SOFTWARE" and its file together; "software.reg" in the system directory when
+  /// the path is null. The first call reads the file in place of what the branch holds, each later one writes
+  /// the branch into the file; with `bReload` the file is read again. A failure is thrown: of the reading, it
+  /// leaves what was read so far (nothing is changed when the file can't be opened) and the next call reads
+  /// again; of the writing, it leaves the old file whole.
+  static void flush(bool bReload, const char* szPath);
 
   /// An absent value is a failure, and with `bTolerant` gives false.
   void deleteValue(const std::string& sName) override;

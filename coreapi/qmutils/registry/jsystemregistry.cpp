@@ -1,10 +1,19 @@
 #include "coreapi/qmutils/registry/jsystemregistry.h"
 
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
+#include "coreapi/platform/byteorder.h"
 #include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/registry/jregistrytext.h"
+#include "coreapi/qmutils/registry/registryfile.h"
+#include "coreapi/qmutils/registry/registrypath.h"
+#include "coreapi/qmutils/registry/registrytextform.h"
+#include "coreapi/qmutils/socket/jfilesocket.h"
 
+using qm_utils::joinPath;
+using qm_utils::RegistryFile;
 using qm_utils::RegistryRoot;
 
 namespace {
@@ -25,7 +34,33 @@ constexpr char kCreateKey[] = "RegCreateKeyEx";
   QM_THROW(JSysError, static_cast<std::uint32_t>(iCode), sFunction.c_str());
 }
 
+/// Runs what works on a file, and tells its failure as that of one call.
+template <typename Work>
+void asCall(const char* szFunction, RegistryRoot root, const std::string& sWhat, Work work) {
+  std::uint32_t uCode = 0;
+  try {
+    work();
+    return;
+  } catch (JSysError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
+    uCode = pError->getCode();
+  }
+  fail(static_cast<int>(uCode), szFunction, root, sWhat);
+}
+
+/// Whether a key lies in the branch that is kept in the file.
+bool isKept(RegistryRoot root, std::string_view path) {
+  std::string_view name;
+  return root == RegistryRoot::kLocalMachine && qm_utils::nextName(path, name) &&
+         name == RegistryFile::kBranch;
+}
+
 }  // namespace
+
+JSystemRegistryKey::~JSystemRegistryKey() {
+  RegistryFile::get().saveAtClose();
+}
 
 /// The key for an operation that reads it.
 const JLightRegistryKey& JSystemRegistryKey::reading(const char* szFunction, const std::string& sWhat) const {
@@ -43,10 +78,23 @@ void JSystemRegistryKey::requireChangeable(const char* szFunction, const std::st
   }
 }
 
-/// The key for an operation that changes it.
-JLightRegistryKey& JSystemRegistryKey::changing(const char* szFunction, const std::string& sWhat) {
+/// Runs a change of the key, or with a path of a key below it. What is kept in the file is changed under the
+/// file's lock. The file may have been read since the key was opened: the change goes to the key that stands
+/// at its path now.
+template <typename Work>
+void JSystemRegistryKey::change(const char* szFunction, const std::string& sWhat, const std::string& sSubPath,
+                                Work work) {
   requireChangeable(szFunction, sWhat);
-  return m_key;
+  if (!isKept(m_root, joinPath(m_sPath, sSubPath))) {
+    work(m_key);
+    return;
+  }
+  RegistryFile::get().change([&] {
+    if (m_key.isDeleted() && !m_key.open(m_root, m_sPath, true)) {
+      fail(ENOENT, szFunction, m_root, sWhat);
+    }
+    work(m_key);
+  });
 }
 
 /// Fails when a value that was asked for isn't there.
@@ -63,49 +111,114 @@ void JSystemRegistryKey::requireValue(const std::string& sName) const {
   queryValue(sName, uType, nullptr, uSize, false);
 }
 
+/// Takes over a key.
+void JSystemRegistryKey::adopt(const JLightRegistryKey& key, RegistryRoot root, const std::string& sPath,
+                               std::uint32_t uAccess) {
+  m_key = key;
+  m_root = root;
+  m_sPath = sPath;
+  m_uAccess = uAccess;
+}
+
 /// Takes over the key that was opened, or tells that it doesn't exist.
-bool JSystemRegistryKey::adopt(bool bFound, JLightRegistryKey& key, RegistryRoot root,
-                               const std::string& sPath, std::uint32_t uAccess, bool bTolerant) {
+bool JSystemRegistryKey::openAt(bool bFound, const JLightRegistryKey& key, RegistryRoot root,
+                                const std::string& sParentPath, const std::string& sPath,
+                                std::uint32_t uAccess, bool bTolerant) {
   if (!bFound) {
     if (!bTolerant) {
       fail(ENOENT, kOpenKey, root, sPath);
     }
     return false;
   }
-  m_key = key;
-  m_root = root;
-  m_uAccess = uAccess;
+  adopt(key, root, joinPath(sParentPath, sPath), uAccess);
   return true;
 }
 
 bool JSystemRegistryKey::open(RegistryRoot root, const std::string& sPath, std::uint32_t uAccess,
                               bool bTolerant) {
+  RegistryFile::get().ensureRead();
   JLightRegistryKey key;
   const bool bFound = key.open(root, sPath, true);
-  return adopt(bFound, key, root, sPath, uAccess, bTolerant);
+  return openAt(bFound, key, root, {}, sPath, uAccess, bTolerant);
 }
 
 bool JSystemRegistryKey::open(const JSystemRegistryKey& parent, const std::string& sPath,
                               std::uint32_t uAccess, bool bTolerant) {
   JLightRegistryKey key;
   const bool bFound = key.open(parent.reading(kOpenKey, sPath), sPath, true);
-  return adopt(bFound, key, parent.m_root, sPath, uAccess, bTolerant);
+  return openAt(bFound, key, parent.m_root, std::string(parent.m_sPath), sPath, uAccess, bTolerant);
+}
+
+/// Opens a key below another one, and makes it if it isn't there. In the file it is made below the key that
+/// stands at the other one's path now, as in `change`.
+bool JSystemRegistryKey::createAt(JLightRegistryKey parent, RegistryRoot root, const std::string& sParentPath,
+                                  const std::string& sPath, std::uint32_t uAccess) {
+  const std::string sFullPath = joinPath(sParentPath, sPath);
+  JLightRegistryKey key;
+  bool bNew = false;
+  if (key.open(parent, sPath, true)) {
+    adopt(key, root, sFullPath, uAccess);
+    return false;
+  }
+  if (!isKept(root, sFullPath)) {
+    bNew = key.create(parent, sPath);
+  } else if (qm_utils::hasTextForm(sFullPath)) {
+    RegistryFile::get().change([&] {
+      if (parent.isDeleted() && !parent.open(root, sParentPath, true)) {
+        fail(ENOENT, kCreateKey, root, sPath);
+      }
+      bNew = key.create(parent, sPath);
+    });
+  } else {
+    fail(EINVAL, kCreateKey, root, sPath);
+  }
+  adopt(key, root, sFullPath, uAccess);
+  return bNew;
 }
 
 bool JSystemRegistryKey::create(RegistryRoot root, const std::string& sPath, std::uint32_t uAccess) {
-  JLightRegistryKey key;
-  const bool bNew = key.create(root, sPath);
-  adopt(true, key, root, sPath, uAccess, false);
-  return bNew;
+  RegistryFile::get().ensureRead();
+  JLightRegistryKey top;
+  top.open(root, {});
+  return createAt(top, root, {}, sPath, uAccess);
 }
 
 bool JSystemRegistryKey::create(const JSystemRegistryKey& parent, const std::string& sPath,
                                 std::uint32_t uAccess) {
-  JLightRegistryKey key;
   parent.requireChangeable(kCreateKey, sPath);
-  const bool bNew = key.create(parent.m_key, sPath);
-  adopt(true, key, parent.m_root, sPath, uAccess, false);
-  return bNew;
+  // The parent may be this object.
+  return createAt(parent.m_key, parent.m_root, std::string(parent.m_sPath), sPath, uAccess);
+}
+
+void JSystemRegistryKey::reload() {
+  RegistryFile::get().reload();
+}
+
+void JSystemRegistryKey::save(const std::string& sFile) const {
+  reading("RegSaveKey", sFile);
+  asCall("RegSaveKey", m_root, sFile, [&] {
+    std::unique_ptr<JFileSocket> pFile = JFileSocket::OpenUpdateWithRollBack(sFile);
+    qm_utils::exportRegistry(*pFile, qm_utils::fullPath(m_root, m_sPath));
+    JFileSocket::CommitUpdateWithRollBack(std::move(pFile), sFile);
+  });
+}
+
+void JSystemRegistryKey::restore(const std::string& sFile) {
+  requireChangeable("RegRestoreKey", sFile);
+  asCall("RegRestoreKey", m_root, sFile, [&] {
+    JFileSocket file(sFile, JFileSocket::kRead, true);
+    std::vector<std::string> names;
+    getSubKeys(names);
+    for (const std::string& sName : names) {
+      deleteKey(sName);
+    }
+    std::vector<qm_utils::RegistryValue> values;
+    getValues(values);
+    for (const qm_utils::RegistryValue& value : values) {
+      deleteValue(value.sName);
+    }
+    qm_utils::importRegistry(file, qm_utils::fullPath(m_root, m_sPath).c_str());
+  });
 }
 
 void JSystemRegistryKey::connect(const std::string& sMachine, RegistryRoot root) {
@@ -115,7 +228,9 @@ void JSystemRegistryKey::connect(const std::string& sMachine, RegistryRoot root)
 void JSystemRegistryKey::close() {
   m_key.close();
   m_root = {};
+  m_sPath.clear();
   m_uAccess = 0;
+  RegistryFile::get().saveAtClose();
 }
 
 void JSystemRegistryKey::notifyChange(std::shared_ptr<JFlag> pFlag, bool bSubTree) {
@@ -223,36 +338,59 @@ std::size_t JSystemRegistryKey::getBinary(const std::string& sName, void* pBuffe
 
 void JSystemRegistryKey::flush() {
   reading("RegFlushKey", "none");
-  m_key.flush();
+  asCall("RegFlushKey", m_root, "none", [] { RegistryFile::get().save(); });
 }
 
 void JSystemRegistryKey::deleteValue(const std::string& sName) {
-  if (!changing("RegDeleteValue", sName).deleteValue(sName, true)) {
+  std::uint32_t uType = 0;
+  std::size_t uSize = 0;
+  requireChangeable("RegDeleteValue", sName);
+  if (!m_key.queryValue(sName, uType, nullptr, uSize, true)) {
     fail(ENOENT, "RegDeleteValue", m_root, sName);
   }
+  change("RegDeleteValue", sName, {}, [&](JLightRegistryKey& key) { key.deleteValue(sName, true); });
 }
 
 void JSystemRegistryKey::deleteKey(const std::string& sName) {
-  changing("RegDeleteKey", sName).deleteKey(sName, true);
+  requireChangeable("RegDeleteKey", sName);
+  if (JLightRegistryKey().open(m_key, sName, true)) {
+    change("RegDeleteKey", sName, sName, [&](JLightRegistryKey& key) { key.deleteKey(sName, true); });
+  }
+}
+
+/// Fails for a value that the file can't carry, on a key that is kept in it.
+void JSystemRegistryKey::requireTextForm(const std::string& sName, std::uint32_t uType, const void* pData,
+                                         std::size_t uSize) const {
+  const std::string_view data(static_cast<const char*>(pData), pData != nullptr ? uSize : 0);
+  if (isKept(m_root, m_sPath) &&
+      !(qm_utils::isTextType(uType) && qm_utils::hasTextForm(sName, uType, data))) {
+    fail(EINVAL, kSetValue, m_root, sName);
+  }
 }
 
 void JSystemRegistryKey::setValue(const std::string& sName, std::uint32_t uType, const void* pData,
                                   std::size_t uSize) {
-  changing(kSetValue, sName).setValue(sName, uType, pData, uSize);
+  requireChangeable(kSetValue, sName);
+  requireTextForm(sName, uType, pData, uSize);
+  change(kSetValue, sName, {}, [&](JLightRegistryKey& key) { key.setValue(sName, uType, pData, uSize); });
 }
 
 void JSystemRegistryKey::setDword(const std::string& sName, std::uint32_t uValue) {
-  changing(kSetValue, sName).setDword(sName, uValue);
+  std::uint8_t bytes[sizeof uValue];
+  qm_platform::writeLE32(bytes, uValue);
+  setValue(sName, qm_utils::kRegDword, bytes, sizeof bytes);
 }
 
 void JSystemRegistryKey::setQword(const std::string& sName, std::uint64_t uValue) {
-  changing(kSetValue, sName).setQword(sName, uValue);
+  std::uint8_t bytes[sizeof uValue];
+  qm_platform::writeLE64(bytes, uValue);
+  setValue(sName, qm_utils::kRegQword, bytes, sizeof bytes);
 }
 
 void JSystemRegistryKey::setString(const std::string& sName, const std::string& sText) {
-  changing(kSetValue, sName).setString(sName, sText);
+  setValue(sName, qm_utils::kRegSz, sText.c_str(), sText.size() + 1);
 }
 
 void JSystemRegistryKey::setBinary(const std::string& sName, const void* pData, std::size_t uSize) {
-  changing(kSetValue, sName).setBinary(sName, pData, uSize);
+  setValue(sName, qm_utils::kRegBinary, pData, uSize);
 }

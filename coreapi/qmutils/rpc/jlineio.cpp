@@ -103,8 +103,14 @@ void JLineIO::checkBuiltLine() const {
 }
 
 void JLineIO::writeBuiltLine() {
+  /// The text without its end stays what was built, also when the channel throws.
+  struct LineEnd {
+    std::string& sLine;
+    explicit LineEnd(std::string& sBuilt) : sLine(sBuilt.append("\r\n")) {}
+    ~LineEnd() { sLine.resize(sLine.size() - 2); }
+  };
   JIoSocket& target = socket();
-  m_sWrite.append("\r\n");
+  const LineEnd end(m_sWrite);
   std::size_t uSent = 0;
   while (uSent < m_sWrite.size()) {
     const std::size_t uTaken = target.write(m_sWrite.data() + uSent, m_sWrite.size() - uSent);

@@ -203,7 +203,9 @@ void JRPCClient::notify(const char* szName, const JVariant* pChain) {
   checkConnected(szName);
   rpc_line::appendCall(beginLine(), szName, pChain);
   checkBuiltLine();
-  onWire([&] { send(OwedAnswers::Request::kNotify); });
+  if (!askHook()) {
+    onWire([&] { send(OwedAnswers::Request::kNotify); });
+  }
 }
 
 void JRPCClient::checkConnected(const char* szName) const {
@@ -219,11 +221,8 @@ void JRPCClient::checkConnected(const char* szName) const {
 /// Sends the request that was built and returns the line of its answer.
 std::string_view JRPCClient::perform(const char* szName, std::int32_t iTimeout) {
   checkBuiltLine();
-  if (m_pHook != nullptr) {
-    const JRPCVersion version = getServerVersion();
-    if (m_pHook->intercept(*this, builtLine(), version, m_sHookAnswer)) {
-      return m_sHookAnswer;
-    }
+  if (const std::optional<std::string_view> answer = askHook()) {
+    return *answer;
   }
   return onWire([&] {
     if (m_owed.isUncertain()) {
@@ -232,6 +231,22 @@ std::string_view JRPCClient::perform(const char* szName, std::int32_t iTimeout) 
     send(OwedAnswers::Request::kCall);
     return receive(szName, iTimeout);
   });
+}
+
+/// Lets the hook see the request that was built. Its answer, or nothing when the request is the server's. The
+/// hook may call through this client, which builds lines of its own meanwhile.
+std::optional<std::string_view> JRPCClient::askHook() {
+  if (m_pHook == nullptr) {
+    return std::nullopt;
+  }
+  const std::string sRequest(builtLine());
+  std::string sAnswer;
+  if (m_pHook->intercept(*this, sRequest, getServerVersion(), sAnswer)) {
+    m_sHookAnswer = std::move(sAnswer);
+    return m_sHookAnswer;
+  }
+  beginLine() = sRequest;
+  return std::nullopt;
 }
 
 /// Sends the line that was built. A request that went out in part leaves the stream good for nothing: what
@@ -283,12 +298,16 @@ std::string_view JRPCClient::receive(const char* szMessage, std::int32_t iTimeou
   }
 }
 
-/// Finds the place in the stream again behind a notification. The request that was built stays as it is.
+/// Finds the place in the stream again behind a notification. The request that was built stays as it is. A
+/// server that says anything else here has lost the place, and nothing that it sends can be told apart any
+/// more: the stream ends.
 void JRPCClient::synchronise(std::int32_t iTimeout) {
   const std::string sRequest(builtLine());
   beginLine() = rpc_line::kPing;
   send(OwedAnswers::Request::kPing);
-  while (receive("pong", iTimeout) != rpc_line::kPong) {
+  if (receive("pong", iTimeout) != rpc_line::kPong) {
+    endStream();
+    QM_THROW(JRPCProtocolError, "pong");
   }
   beginLine() = sRequest;
 }

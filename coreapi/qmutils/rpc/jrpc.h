@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,13 +21,14 @@ class JRPCClient;
 class JTCPSocket;
 class JVariant;
 
-/// Sees every call of a client before it goes over the wire, and may answer it itself.
+/// Sees every call and notification of a client before it goes over the wire, and may answer it itself.
 class JRPCHook {
  public:
   virtual ~JRPCHook() = default;
 
   /// True when `sAnswer` is the answer line; the server then sees nothing of the request. `sRequest` is the
-  /// request line without its end. Comes on the thread that calls, under the client's call lock.
+  /// request line without its end. Comes on the thread that calls, under the client's call lock; it may call
+  /// through the client, and then sees those calls too. The answer to a notification is dropped.
   virtual bool intercept(JRPCClient& client, std::string_view sRequest, const JRPCVersion& version,
                          std::string& sAnswer) = 0;
 };
@@ -148,6 +150,7 @@ class JRPCClient : public JLineIO, public JThread, public JTraceableObject {
   // Calls; the call lock is held.
   void checkConnected(const char* szName) const;
   std::string_view perform(const char* szName, std::int32_t iTimeout);
+  std::optional<std::string_view> askHook();
   template <typename Work>
   decltype(auto) onWire(Work work);
   void send(qm_utils::OwedAnswers::Request request);

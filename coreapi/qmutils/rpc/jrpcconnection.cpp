@@ -137,7 +137,7 @@ bool JRPCServer::Connection::readRequest(std::string_view& sLine) {
 void JRPCServer::Connection::sendBuiltLine() {
   m_iSendingSince = qm_platform::steadyClockNanoseconds();
   writeBuiltLine();
-  m_iLastAnswer = m_iSendingSince;
+  m_iLastAnswer = qm_platform::steadyClockNanoseconds();
   m_iSendingSince = 0;
 }
 

@@ -207,13 +207,12 @@ int JRPCController::connect() {
     m_iStatus = kDown;
     return -1;
   }
-  start(0, kMaxEvents);
-
   const LinkSettings settings = getSettings();
   m_iStatus = kConnecting;
   ++m_uLink;
   std::unique_ptr<JRPCClient> pClient;
   try {
+    start(0, kMaxEvents);
     pClient = makeClient(settings);
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);

@@ -1,5 +1,7 @@
 #include "coreapi/qmutils/rpc/jrpcservice.h"
 
+#include <new>
+
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/JLog.h"
 
@@ -80,6 +82,10 @@ void JRPCService::run() {
       if (!pConnection) {
         m_stop.wait(kAcceptPause);
       }
+      continue;
+    } catch (const std::bad_alloc& exception) {
+      JLog::log(this, qm_err::kLogError, "Could not take a client connection: %s", exception.what());
+      m_stop.wait(kAcceptPause);
       continue;
     }
     addConnection(std::move(pConnection));

@@ -1,5 +1,7 @@
 #include "coreapi/qmutils/rpc/jrpctunnelservice.h"
 
+#include <algorithm>
+
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/text/jtext.h"
 
@@ -7,7 +9,8 @@
 /// lock is held.
 class JRPCTunnelService::Services {
  public:
-  using Map = std::map<std::int32_t, JRPCTunnelService*>;
+  /// Services on different addresses may have the same port; a client is passed on to one of them.
+  using Map = std::multimap<std::int32_t, JRPCTunnelService*>;
 
   static const Map& all() {
     static const Map none;
@@ -18,13 +21,14 @@ class JRPCTunnelService::Services {
     if (s_pMap == nullptr) {
       s_pMap = new Map;
     }
-    s_pMap->insert_or_assign(service.getPort(), &service);
+    s_pMap->emplace(service.getPort(), &service);
   }
 
   /// Takes a service out, and every mark for it. It may be out already.
   static void remove(const JRPCTunnelService& service) {
-    const auto entry = all().find(service.getPort());
-    if (entry == all().end() || entry->second != &service) {
+    const auto [first, last] = all().equal_range(service.getPort());
+    const auto entry = std::find_if(first, last, [&](const auto& row) { return row.second == &service; });
+    if (entry == last) {
       return;
     }
     for (const auto& [iPort, pService] : *s_pMap) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "coreapi/qmutils/error/jerror.h"
 
@@ -41,7 +42,10 @@ std::optional<std::string_view> LineBuffer::takeLine() {
 std::span<char> LineBuffer::makeRoom() {
   const std::size_t uHeld = m_uEnd - m_uStart;
   if (uHeld > m_uCapacity / 2) {
-    auto pLarger = std::make_unique_for_overwrite<char[]>(m_uCapacity * 2);
+    std::unique_ptr<char[]> pLarger(new (std::nothrow) char[m_uCapacity * 2]);
+    if (!pLarger) {
+      QM_THROW(JTextError, "no memory for a line of more than %zu bytes", uHeld);
+    }
     std::memcpy(pLarger.get(), m_pBytes.get() + m_uStart, uHeld);
     m_pBytes = std::move(pLarger);
     m_uCapacity *= 2;

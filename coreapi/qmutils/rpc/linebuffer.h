@@ -29,7 +29,7 @@ class LineBuffer {
   /// it.
   std::optional<std::string_view> takeLine();
 
-  /// The room behind what is here, at least a byte.
+  /// The room behind what is here, at least a byte. Throws JTextError when there is no memory for it.
   std::span<char> makeRoom();
 
   /// Says how many bytes of the room have been filled.

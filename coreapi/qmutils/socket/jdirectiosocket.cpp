@@ -7,9 +7,10 @@
 #include <limits>
 
 #include "coreapi/platform/faultseam.h"
+#include "coreapi/platform/fileaccess.h"
 
 JDirectIOSocket::JDirectIOSocket(const std::string& sPath, int iMode, bool bShared)
-    : JFileSocket(sPath, iMode, bShared, true) {}
+    : JFileSocket(sPath, iMode, {.exclusive = !bShared, .unbuffered = true}) {}
 
 std::uint32_t JDirectIOSocket::getAlignment() const {
   return m_uAlignment;

@@ -30,8 +30,8 @@ class JDirectoryIterator {
   const char* next(std::uint32_t* pType = nullptr, std::uint64_t* pSize = nullptr, JTime* pCreation = nullptr,
                    JTime* pLastWrite = nullptr, JTime* pLastAccess = nullptr);
 
-  /// Whether the entry that `next` returned last, asked for more than its name, is a symbolic link: descending
-  /// into it could go in circles.
+  /// Whether the entry that `next` returned last, asked for more than its name, is a symbolic link:
+  /// descending into it could go in circles.
   bool isLink() const;
 
   /// Closes the listing; the next call of `next` starts anew.

@@ -41,9 +41,9 @@ void removeLeftovers(const std::string& sPath) {
 }  // namespace
 
 std::unique_ptr<JFileSocket> JFileSocket::OpenUpdateWithRollBack(const std::string& sPath) {
-  const std::string sWork = workFileOf(sPath);
-  removeLeftover(sWork);  // of an earlier thread of this number: its end would stand behind a shorter update
-  auto pSocket = std::make_unique<JFileSocket>(sWork, kReadWrite, true);
+  // Who looks for leftovers holds the lock on the new file for a moment.
+  std::unique_ptr<JFileSocket> pSocket(new JFileSocket(workFileOf(sPath), kReadWrite, {.waiting = true}));
+  pSocket->setEndOfFile(0);                               // what an earlier thread of this number has left
   qm_platform::takePermissions(pSocket->m_iFile, sPath);  // as far as the file system has them
   return pSocket;
 }

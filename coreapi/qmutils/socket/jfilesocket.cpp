@@ -29,7 +29,7 @@ std::string createLabel(const std::string& sPath) {
 }
 
 /// What a mode asks of the system; false when there is no such mode.
-bool openingOf(int iMode, qm_platform::FileOpening& opening) noexcept {
+bool setMode(int iMode, qm_platform::FileOpening& how) noexcept {
   struct Row {
     int iMode;
     FileAccess access;
@@ -46,8 +46,8 @@ bool openingOf(int iMode, qm_platform::FileOpening& opening) noexcept {
   if (pRow == std::end(kRows)) {
     return false;
   }
-  opening.access = pRow->access;
-  opening.creation = pRow->creation;
+  how.access = pRow->access;
+  how.creation = pRow->creation;
   return true;
 }
 
@@ -101,20 +101,16 @@ int writeBuffers(int iFile, const JIoBuf* pBuffers, std::size_t uCount, std::siz
 JFileSocket::JFileSocket() = default;
 
 JFileSocket::JFileSocket(const std::string& sPath, int iMode, bool bShared)
-    : JFileSocket(sPath, iMode, bShared, false) {}
+    : JFileSocket(sPath, iMode, {.exclusive = !bShared}) {}
 
-JFileSocket::JFileSocket(const std::string& sPath, int iMode, bool bShared, bool bUnbuffered)
-    : m_sPath(sPath) {
-  qm_platform::FileOpening opening;
-  opening.exclusive = !bShared;
-  opening.unbuffered = bUnbuffered;
+JFileSocket::JFileSocket(const std::string& sPath, int iMode, qm_platform::FileOpening how) : m_sPath(sPath) {
   std::string sAbsolute;
-  int iError = openingOf(iMode, opening) ? 0 : EINVAL;
+  int iError = setMode(iMode, how) ? 0 : EINVAL;
   if (iError == 0 && iMode == kTemporary) {
     iError = qm_platform::absolutePath(sPath, sAbsolute);
   }
   qm_platform::OpenedFile file;
-  iError = iError != 0 ? iError : qm_platform::openFile(sPath, opening, file);
+  iError = iError != 0 ? iError : qm_platform::openFile(sPath, how, file);
   if (iError != 0) {
     qm_utils::failFile(iError, createLabel(sPath));
   }
@@ -122,7 +118,7 @@ JFileSocket::JFileSocket(const std::string& sPath, int iMode, bool bShared, bool
   m_bPlain = file.plain;
   m_bUnbuffered = file.unbuffered;
   m_sDeleted = std::move(sAbsolute);
-  if (bUnbuffered && !file.unbuffered) {
+  if (how.unbuffered && !file.unbuffered) {
     qm_err::log(qm_err::kLogWarning, "No direct I/O on \"%s\": the file system refuses it", sPath.c_str());
   }
 }

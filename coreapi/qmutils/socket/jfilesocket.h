@@ -7,6 +7,10 @@
 
 #include "coreapi/qmutils/socket/jsocket.h"
 
+namespace qm_platform {
+struct FileOpening;
+}
+
 /// A file behind the interfaces of a channel, so that a writer, a log or a reader takes a file and a
 /// connection alike. It owns its descriptor and closes it when it is destroyed. The socket of the base class
 /// plays no part: it is never open, and what works on it alone (addresses, options, `readv`, `getMTU`, the
@@ -130,9 +134,9 @@ class JFileSocket : public JSocket {
   static void CommitUpdateWithRollBack(std::unique_ptr<JFileSocket> pSocket, const std::string& sPath);
 
  protected:
-  /// As the public constructor; with `bUnbuffered` transfers go past the system's cache where the file system
-  /// takes part.
-  JFileSocket(const std::string& sPath, int iMode, bool bShared, bool bUnbuffered);
+  /// As the public constructor; `how` says what the mode doesn't. Transfers that are to go past the system's
+  /// cache do so where the file system takes part.
+  JFileSocket(const std::string& sPath, int iMode, qm_platform::FileOpening how);
 
  private:
   bool isAligned(const void* pBuffer, std::size_t uLength) const;

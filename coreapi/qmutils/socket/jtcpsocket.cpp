@@ -49,10 +49,13 @@ std::string JTCPSocket::getProtocol() const {
   return "tcp";
 }
 
-void JTCPSocket::bind(std::uint16_t uPort) {
+void JTCPSocket::bind(const JSockAddr& address) {
   control("setsockopt", qm_platform::setReuseAddress);
-  const JInetAddr address(0, uPort);
   JStreamSocket::bind(address);
+}
+
+void JTCPSocket::bind(std::uint16_t uPort) {
+  bind(JInetAddr(0, uPort));
   logLine(qm_err::kLogTraceNetwork, "Bound TCP Socket '%d' to port '%d'", getHandle(), uPort);
 }
 

@@ -77,7 +77,9 @@ class JTCPSocket : public JStreamSocket {
   /// As `write`, for at most `JIoBufIterator::kCapacity` buffers; of more it sends nothing and returns 0.
   std::size_t writev(const JIoBuf* pBuffers, std::size_t uCount) override;
 
-  using JStreamSocket::bind;
+  /// Binds to an address and port. A port on which connections of an earlier listener are still winding down
+  /// counts as free.
+  void bind(const JSockAddr& address) override;
 
   /// Binds to a port of all interfaces; 0 lets the system choose one. Throws JSysError "bind".
   void bind(std::uint16_t uPort);

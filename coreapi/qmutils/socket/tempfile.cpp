@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <string>
 
-#include "coreapi/platform/clocale.h"
 #include "coreapi/platform/tempstream.h"
 #include "coreapi/qmutils/thread/jmutex.h"
 
@@ -28,7 +27,7 @@ void makeTempName(char* szBuffer, std::size_t uSize) noexcept {
   std::snprintf(szBuffer, uSize, "%08X.tmp", static_cast<unsigned>(nextNumber()));
 }
 
-StreamPointer openTempFile() noexcept {
+StreamPointer openTempFile() {
   for (int i = 0; i < kMostTries; ++i) {
     char szName[16];
     makeTempName(szName, sizeof szName);

@@ -18,6 +18,6 @@ using StreamPointer = std::unique_ptr<std::FILE, StreamClose>;
 /// Opens a new stream for reading and writing on a file of the current directory that nobody but the owner
 /// may read, and that is gone when the stream is closed or the process ends. Names that are taken are passed
 /// over. Null on failure. Any thread.
-StreamPointer openTempFile() noexcept;
+StreamPointer openTempFile();
 
 }  // namespace qm_utils

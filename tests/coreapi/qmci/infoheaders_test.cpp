@@ -17,7 +17,7 @@ namespace {
 using namespace qm_ci;
 using qm_test::Bytes;
 using qm_test::bytesOf;
-using qm_test::failureOf;
+using qm_test::thrownBy;
 
 Bytes blockOf(const BitmapInfoHeader& header, std::string_view extra = {}) {
   Bytes block(kBitmapHeaderSize);
@@ -172,15 +172,15 @@ TEST_F(InfoHeaders, RgbKeepsItsBitsAndTurnsOver) {
   EXPECT_EQ(header.biBitCount, 24);
   EXPECT_EQ(header.biSizeImage, 600U);
   info.setMIMEType("video/x-VfW-WINRGB");
-  EXPECT_EQ(failureOf([&] { info.createBMI(); }), "invalid video/x-VfW-WINRGB MIME type");
+  EXPECT_EQ(thrownBy([&] { info.createBMI(); }), "invalid video/x-VfW-WINRGB MIME type");
   info.setMIMEType("video/x-VfW-RGB70000");
-  EXPECT_EQ(failureOf([&] { info.createBMI(); }), "invalid video/x-VfW-RGB MIME type");
+  EXPECT_EQ(thrownBy([&] { info.createBMI(); }), "invalid video/x-VfW-RGB MIME type");
   info.setMIMEType("video/x-VfW-RGB32");
   info.setWidth(0x7FFFFFFF);
   info.setHeight(0x7FFFFFFF);
   EXPECT_EQ(readBitmapHeader(info.createBMI().data()).biSizeImage, 0U) << "32 bits can't hold it";
   info.setHeight(0x80000000);
-  EXPECT_NE(failureOf([&] { info.createBMI(); }), "");
+  EXPECT_NE(thrownBy([&] { info.createBMI(); }), "");
 }
 
 TEST_F(InfoHeaders, ShortAndNumericCodesComeBack) {
@@ -259,13 +259,13 @@ TEST_F(InfoHeaders, HostileWaveHeadersAreRefused) {
   EXPECT_TRUE(info.updateNotQMCIFromWFX(blockOf({.cbSize = 0})));
   info.setBitsPerSample(65535);
   info.setNumberOfChannels(65535);
-  EXPECT_NE(failureOf([&] { info.createWFX(); }), "");
+  EXPECT_NE(thrownBy([&] { info.createWFX(); }), "");
   info.setNumberOfChannels(1);
   info.setSamplingRate(0xFFFFFFFF);
-  EXPECT_NE(failureOf([&] { info.createWFX(); }), "");
+  EXPECT_NE(thrownBy([&] { info.createWFX(); }), "");
   info.setSamplingRate(1);
   info.setString("long", std::string(70000, 'x'));
-  EXPECT_NE(failureOf([&] { info.createWFX(); }), "");
+  EXPECT_NE(thrownBy([&] { info.createWFX(); }), "");
 }
 
 TEST(FractionSearch, FindsTheSimplestFractionWithinTheTolerance) {

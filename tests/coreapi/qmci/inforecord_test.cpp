@@ -14,7 +14,7 @@ using namespace qm_ci;
 using qm_platform::readLE32;
 using qm_test::Bytes;
 using qm_test::bytesOf;
-using qm_test::failureOf;
+using qm_test::thrownBy;
 using qm_test::withWord;
 
 /// A video record as a file has it, written by hand.
@@ -122,7 +122,7 @@ TEST_P(HostileInfoRecord, IsRefusedOrReadInside) {
   const Bytes record = withWord(videoRecord(), GetParam().at, GetParam().uValue);
   QMVideoInfoNoXml info;
   info.setWidth(77);
-  const std::string sFailure = failureOf([&] { info.init(record); });
+  const std::string sFailure = thrownBy([&] { info.init(record); });
   EXPECT_EQ(sFailure, GetParam().bAccepted ? "" : "invalid QMCIVideoInfo record");
   EXPECT_EQ(info.getWidth(), GetParam().bAccepted ? 720U : 77U);
   EXPECT_EQ(log.messages().size(), GetParam().bAccepted ? 0U : 1U);
@@ -144,11 +144,11 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(InfoRecord, ATextWithoutItsZeroIsRefused) {
   Bytes record = videoRecord();
   std::fill(record.begin() + 101, record.end(), 'x');
-  EXPECT_NE(failureOf([&] { QMVideoInfoNoXml{record}; }), "");
+  EXPECT_NE(thrownBy([&] { QMVideoInfoNoXml{record}; }), "");
   record[119] = 0;
-  EXPECT_EQ(failureOf([&] { QMVideoInfoNoXml{record}; }), "");
+  EXPECT_EQ(thrownBy([&] { QMVideoInfoNoXml{record}; }), "");
   for (std::size_t size = 0; size < 120; ++size) {
-    EXPECT_NE(failureOf([&] { QMVideoInfoNoXml{std::span(record).first(size)}; }), "") << size;
+    EXPECT_NE(thrownBy([&] { QMVideoInfoNoXml{std::span(record).first(size)}; }), "") << size;
   }
 }
 
@@ -172,8 +172,8 @@ TEST(InfoRecord, DataRecordsHaveTheirOwnBounds) {
   const Bytes record = bytesOf(info.getCIInfo());
   EXPECT_EQ(QMDataInfoNoXml(record).getStreamParams(), "<p/>");
   EXPECT_EQ(QMDataInfoNoXml(record, "other").getMIMEType(), "other");
-  EXPECT_NE(failureOf([&] { QMDataInfoNoXml bad(withWord(record, 12, 19)); }), "");
-  EXPECT_NE(failureOf([&] { QMDataInfoNoXml bad(withWord(record, 16, 20)); }), "");
+  EXPECT_NE(thrownBy([&] { QMDataInfoNoXml bad(withWord(record, 12, 19)); }), "");
+  EXPECT_NE(thrownBy([&] { QMDataInfoNoXml bad(withWord(record, 16, 20)); }), "");
 }
 
 TEST(InfoRecord, SameStreamsAreTold) {

@@ -8,6 +8,7 @@
 
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/qmutils/error/jerror.h"
+#include "tests/support/thrownby.h"
 
 namespace qm_test {
 
@@ -29,18 +30,6 @@ inline std::string textOf(std::span<const std::uint8_t> bytes) {
 inline Bytes withWord(Bytes block, std::size_t at, std::uint32_t uValue) {
   qm_platform::writeLE32(block.data() + at, uValue);
   return block;
-}
-
-/// Text of the error that a call throws; empty when it throws none.
-template <typename Call>
-std::string failureOf(Call call) {
-  try {
-    call();
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return {};
 }
 
 /// A text with the first `sOld` replaced.

@@ -13,8 +13,8 @@ namespace {
 
 using namespace qm_ci;
 using qm_test::bytesOf;
-using qm_test::failureOf;
 using qm_test::replaced;
+using qm_test::thrownBy;
 using testing::HasSubstr;
 
 constexpr const char* kVideo =
@@ -221,7 +221,7 @@ TEST(AdditionalParams, AreTheRecordsTextInTypes) {
   ASSERT_TRUE(Kind<QMVideoInfo>::update(info, kVideo));
   EXPECT_EQ(info.getInt("quality"), 7);
   EXPECT_EQ(info.getInt("port", "net"), 80);
-  EXPECT_EQ(failureOf([&] { info.getInt("none", "net"); }),
+  EXPECT_EQ(thrownBy([&] { info.getInt("none", "net"); }),
             "XmlParamsError: Param none in SubNode StreamParams\\net");
   EXPECT_TRUE(info.setLong("port", 1LL << 40, "net"));
   EXPECT_TRUE(info.setDouble("rate", 2.5, "new\\path"));
@@ -256,7 +256,7 @@ TEST(AdditionalParams, BinariesAreBase64) {
   EXPECT_EQ(info.getStreamParams(), "<b/>");
   EXPECT_TRUE(info.getBinary("b").empty());
   EXPECT_TRUE(info.setString("b", "no base64!"));
-  EXPECT_NE(failureOf([&] { info.getBinary("b"); }), "");
+  EXPECT_NE(thrownBy([&] { info.getBinary("b"); }), "");
 
   info.setCodingParams(bytesOf(sBytes));
   QMAudioInfo again(info.getCIInfo());
@@ -275,13 +275,13 @@ TEST(AdditionalParams, TextThatIsNoXmlIsRefused) {
   bad.setStreamParams("<a>");
   QMVideoInfo info;
   info.setWidth(5);
-  EXPECT_EQ(failureOf([&] { info.init(bad.getCIInfo()); }), "QMVideoInfo::init(): xml setConfig failed");
+  EXPECT_EQ(thrownBy([&] { info.init(bad.getCIInfo()); }), "QMVideoInfo::init(): xml setConfig failed");
   EXPECT_TRUE(log.has(9, "init(): xml additional parameters could no be retrieve"));
   EXPECT_EQ(info.getWidth(), 5U);
   EXPECT_FALSE(info.setStreamParams("</StreamParams>"));
   EXPECT_EQ(info.getStreamParams(), "");
   bad.setStreamParams("x");
-  EXPECT_EQ(failureOf([&] { info.init(bad.getCIInfo()); }), "") << "one character is no text of parameters";
+  EXPECT_EQ(thrownBy([&] { info.init(bad.getCIInfo()); }), "") << "one character is no text of parameters";
 }
 
 TEST(Base64, IsThePublishedCoding) {

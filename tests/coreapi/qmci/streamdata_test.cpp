@@ -80,13 +80,13 @@ INSTANTIATE_TEST_SUITE_P(
         DataInfoCase{"NotBase64", "video/x-test",
                      bitmapXML("24", "0", "0", "<extraInformation>A</extraInformation>"), false},
         DataInfoCase{"MissingField", "video/x-test", "<BITMAPINFOHEADER/>", false},
-        DataInfoCase{"NotXml", "video/x-test", "nothing", false},
+        DataInfoCase{"NotXml", "video/x-test", "", false},
         DataInfoCase{"WaveAsVideo", "video/x-test", kWave + "</WAVEFORMATEX>", false},
         DataInfoCase{"Wave", "audio/x-test", kWave + "</WAVEFORMATEX>", true},
         DataInfoCase{"WaveExtra", "audio/x-test",
                      kWave + "<extraInformation>AA==</extraInformation></WAVEFORMATEX>", true},
         DataInfoCase{"WaveUnknownField", "audio/x-test", kWave + "<other/></WAVEFORMATEX>", false},
-        DataInfoCase{"OtherTypesAreNotChecked", "application/x", "nothing", true}),
+        DataInfoCase{"OtherTypesAreNotChecked", "application/x", "", true}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST(StreamDataInfo, LowersTheFirstPartOfItsType) {

@@ -37,14 +37,4 @@ qm_ci::StreamInfo dataStream(const std::string& sProperties, const char* szMIMET
   return makeStreamInfo(qm_ci::StreamDataInfo(block), sProperties);
 }
 
-std::string thrownBy(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return "nothing";
-}
-
 }  // namespace qm_test

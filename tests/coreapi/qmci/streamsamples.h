@@ -1,10 +1,9 @@
 #pragma once
 
-#include <functional>
 #include <string>
 
 #include "coreapi/qmci/streaminfo.h"
-#include "coreapi/qmutils/error/jerror.h"
+#include "tests/support/thrownby.h"
 
 namespace qm_test {
 
@@ -20,8 +19,5 @@ qm_ci::StreamInfo audioStream(const std::string& sProperties = {},
 qm_ci::StreamInfo dataStream(const std::string& sProperties = {},
                              const char* szMIMEType = "application/x-qmpluginstream",
                              const std::string& sDescription = "<d/>");
-
-/// Text of what an action throws; "nothing" when it doesn't.
-std::string thrownBy(const std::function<void()>& action);
 
 }  // namespace qm_test

@@ -6,9 +6,11 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmxml/qmxml.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
+using qm_test::thrownBy;
 using testing::ElementsAre;
 using testing::StartsWith;
 
@@ -19,17 +21,6 @@ class XmlParams : public testing::Test {
                                  "<s><n>99</n></s><e/>text</P>",
                                  false),
               0);
-  }
-
-  template <typename Call>
-  static std::string missing(Call call) {
-    try {
-      call();
-    } catch (JXmlParamsError* pError) {
-      const qm_err::CaughtError error(pError);
-      return error->getMessage();
-    }
-    return {};
   }
 
   const QMXmlUse m_use;
@@ -44,19 +35,19 @@ TEST_F(XmlParams, ValuesAreFoundByNameAndPath) {
   EXPECT_TRUE(m_params.getBool("t", "s"));
   EXPECT_EQ(m_params.getString("x", "s"), "yes");
   EXPECT_EQ(m_params.getString("e"), "");
-  EXPECT_EQ(missing([&] { m_params.getInt("none", "s"); }), "XmlParamsError: Param none in SubNode s");
-  EXPECT_EQ(missing([&] { m_params.getString("n", "s\\none"); }),
+  EXPECT_EQ(thrownBy([&] { m_params.getInt("none", "s"); }), "XmlParamsError: Param none in SubNode s");
+  EXPECT_EQ(thrownBy([&] { m_params.getString("n", "s\\none"); }),
             "XmlParamsError: Param n in SubNode s\\none");
-  EXPECT_EQ(missing([] { QMXmlParams().getInt("n"); }), "XmlParamsError: Param n in SubNode ");
+  EXPECT_EQ(thrownBy([] { QMXmlParams().getInt("n"); }), "XmlParamsError: Param n in SubNode ");
   EXPECT_FALSE(m_params.setInt("none", 1));
 }
 
 TEST_F(XmlParams, FailedConversionsSayWhy) {
   const qm_test::LogCapture log;
-  EXPECT_NE(missing([&] { m_params.getInt("x", "s"); }), "");
-  EXPECT_NE(missing([&] { m_params.getLong("x", "s"); }), "");
-  EXPECT_NE(missing([&] { m_params.getDouble("x", "s"); }), "");
-  EXPECT_NE(missing([&] { m_params.getBool("x", "s"); }), "");
+  EXPECT_NE(thrownBy([&] { m_params.getInt("x", "s"); }), "");
+  EXPECT_NE(thrownBy([&] { m_params.getLong("x", "s"); }), "");
+  EXPECT_NE(thrownBy([&] { m_params.getDouble("x", "s"); }), "");
+  EXPECT_NE(thrownBy([&] { m_params.getBool("x", "s"); }), "");
   EXPECT_TRUE(log.has(9, "integerFromNode(): Could not convert content of a Node to integer value (yes)."));
   EXPECT_TRUE(log.has(9, "longFromNode(): Could not convert content of a Node to long value (yes)."));
   EXPECT_TRUE(log.has(9, "doubleFromNode(): Could not convert content of a Node to double value (yes)."));
@@ -72,7 +63,7 @@ TEST_F(XmlParams, TruthIsAWordOrANumber) {
     SCOPED_TRACE(row.text);
     m_params.setString("x", row.text, "s");
     bool bValue = false;
-    const bool bRead = missing([&] { bValue = m_params.getBool("x", "s"); }).empty();
+    const bool bRead = thrownBy([&] { bValue = m_params.getBool("x", "s"); }).empty();
     EXPECT_EQ(bRead ? static_cast<int>(bValue) : -1, row.iValue);
   }
 }
@@ -151,7 +142,7 @@ TEST_F(XmlParams, PartsOfTheDocumentAreTexts) {
   QMXmlParams empty;
   EXPECT_EQ(empty.getConfig(true), "");
   EXPECT_TRUE(log.has(9, "getConfig(): No XML Doc currently created"));
-  EXPECT_EQ(missing([&] { empty.getConfig(std::string("n")); }),
+  EXPECT_EQ(thrownBy([&] { empty.getConfig(std::string("n")); }),
             "XmlParamsError: Param PARAMETERS in SubNode n");
   EXPECT_EQ(m_params.getRootName(), "P");
   EXPECT_EQ(empty.getRootName(), "");

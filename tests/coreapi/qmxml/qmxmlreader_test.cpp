@@ -8,24 +8,15 @@
 #include "coreapi/qmxml/qmxml.h"
 #include "coreapi/qmxml/qmxmltree.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
+using qm_test::thrownBy;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
 using testing::StartsWith;
-
-template <typename Call>
-std::string failureOf(Call call) {
-  try {
-    call();
-  } catch (JTextError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return {};
-}
 
 /// The steps over a document: "<a" an element's start, ">a" its end, all else a text.
 std::vector<std::string> stepsOf(const std::string& sText) {
@@ -85,10 +76,10 @@ TEST_F(XmlReader, FindsElementsForwardsAndGivesTheirAttributes) {
 }
 
 TEST_F(XmlReader, DamageIsAnErrorOrAnEarlyEnd) {
-  EXPECT_THAT(failureOf([] { stepsOf(""); }), StartsWith("xmlTextReaderRead() failed ("));
-  EXPECT_THAT(failureOf([] { QMXmlReader reader("/no/such/file.xml"); }),
+  EXPECT_THAT(thrownBy([] { stepsOf(""); }), StartsWith("xmlTextReaderRead() failed ("));
+  EXPECT_THAT(thrownBy([] { QMXmlReader reader("/no/such/file.xml"); }),
               StartsWith("xmlReaderForFile(/no/such/file.xml) failed ("));
-  EXPECT_THAT(failureOf([this] { treeOf("<a><b>text</b>"); }), StartsWith("xmlTextReaderRead() failed ("));
+  EXPECT_THAT(thrownBy([this] { treeOf("<a><b>text</b>"); }), StartsWith("xmlTextReaderRead() failed ("));
 }
 
 TEST_F(XmlReader, ExpandingEntitiesAndDeepNestingAreBounded) {
@@ -97,12 +88,12 @@ TEST_F(XmlReader, ExpandingEntitiesAndDeepNestingAreBounded) {
     const std::string sBefore = "&e" + std::to_string(i - 1) + ";";
     sLaughs += "<!ENTITY e" + std::to_string(i) + " '" + sBefore + sBefore + sBefore + "'>";
   }
-  EXPECT_NE(failureOf([&] { treeOf(sLaughs + "]><a>&e29;</a>"); }), "");
+  EXPECT_NE(thrownBy([&] { treeOf(sLaughs + "]><a>&e29;</a>"); }), "");
   std::string sDeep;
   for (int i = 0; i < 60000; ++i) {
     sDeep += "<a>";
   }
-  EXPECT_NE(failureOf([&] { treeOf(sDeep); }), "");
+  EXPECT_NE(thrownBy([&] { treeOf(sDeep); }), "");
 }
 
 TEST_F(XmlReader, MisuseIsLoggedAndHarmless) {
@@ -144,10 +135,10 @@ TEST_F(XmlReader, TreeFindsNodesByPath) {
   EXPECT_TRUE(tree.hasAttribute("k"));
   EXPECT_EQ(tree.getAttribute("k"), "v");
   EXPECT_EQ(tree.getAttribute("none"), "");
-  EXPECT_EQ(failureOf([&] { tree.get("a\\c\\d"); }), "Cannot find the element named c");
-  EXPECT_EQ(failureOf([&] { tree.get("a", true); }), "Cannot find the element named a");
-  EXPECT_EQ(failureOf([] { QMXmlTree().get(""); }), "Cannot find the element named ");
-  EXPECT_EQ(failureOf([&] { tree.getRawString("e"); }),
+  EXPECT_EQ(thrownBy([&] { tree.get("a\\c\\d"); }), "Cannot find the element named c");
+  EXPECT_EQ(thrownBy([&] { tree.get("a", true); }), "Cannot find the element named a");
+  EXPECT_EQ(thrownBy([] { QMXmlTree().get(""); }), "Cannot find the element named ");
+  EXPECT_EQ(thrownBy([&] { tree.getRawString("e"); }),
             "QMXmlTree::getRawString() failed: element e has no text content\n");
   QMXmlTree emptied = treeOf("<r/>");
   emptied.clear();
@@ -190,12 +181,11 @@ TEST_F(XmlReader, TreeConvertsTexts) {
   const QMXmlTree tree = treeOf("<r><d> 2.5e1 </d><t>true</t><y>yes</y></r>");
   EXPECT_EQ(tree.getDouble("d"), 25.0);
   EXPECT_TRUE(tree.getBool("t"));
-  EXPECT_EQ(failureOf([&] { tree.getInteger("y"); }), "Cannot convert the string yes to an integer");
-  EXPECT_EQ(failureOf([&] { tree.getSignedQword("y"); }), "Cannot convert the string yes to a signed qword");
-  EXPECT_EQ(failureOf([&] { tree.getUnsigned("y"); }),
-            "Cannot convert the string yes to an unsigned integer");
-  EXPECT_EQ(failureOf([&] { tree.getDouble("y"); }), "Cannot convert the string yes to a double");
-  EXPECT_EQ(failureOf([&] { tree.getBool("y"); }), "Cannot convert the string yes to a boolean");
+  EXPECT_EQ(thrownBy([&] { tree.getInteger("y"); }), "Cannot convert the string yes to an integer");
+  EXPECT_EQ(thrownBy([&] { tree.getSignedQword("y"); }), "Cannot convert the string yes to a signed qword");
+  EXPECT_EQ(thrownBy([&] { tree.getUnsigned("y"); }), "Cannot convert the string yes to an unsigned integer");
+  EXPECT_EQ(thrownBy([&] { tree.getDouble("y"); }), "Cannot convert the string yes to a double");
+  EXPECT_EQ(thrownBy([&] { tree.getBool("y"); }), "Cannot convert the string yes to a boolean");
 }
 
 }  // namespace

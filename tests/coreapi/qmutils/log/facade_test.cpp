@@ -5,12 +5,14 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/jtraceableobject.h"
 #include "tests/coreapi/qmutils/log/log_test_support.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
 using qm_test::makeRecord;
 using qm_test::messagesOf;
 using qm_test::RecordingOutput;
+using qm_test::thrownBy;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -136,20 +138,9 @@ TEST_F(LogFacade, FailingOutputDisturbsNobody) {
   EXPECT_THAT(messagesOf(*pBehind), ElementsAre("a", "b"));
 }
 
-template <typename Add>
-std::string errorOf(Add add) {
-  try {
-    add();
-  } catch (JTextError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return "none";
-}
-
 TEST_F(LogFacade, NullOutputsAndInputsAreRefused) {
-  EXPECT_EQ(errorOf([] { JLog::addLogOutput(nullptr); }), "JLog::addLogOutput() called with NULL pointer.");
-  EXPECT_EQ(errorOf([] { JLog::addLogInput(nullptr); }), "JLog::addLogInput() called with NULL pointer.");
+  EXPECT_EQ(thrownBy([] { JLog::addLogOutput(nullptr); }), "JLog::addLogOutput() called with NULL pointer.");
+  EXPECT_EQ(thrownBy([] { JLog::addLogInput(nullptr); }), "JLog::addLogInput() called with NULL pointer.");
 }
 
 TEST_F(LogFacade, InputForwardsRecordsAsTheyAre) {

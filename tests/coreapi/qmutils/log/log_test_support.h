@@ -1,19 +1,24 @@
 #pragma once
 
 #include <condition_variable>
+#include <csignal>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <sys/resource.h>
 #include <utility>
 #include <vector>
 
+#include "coreapi/qmutils/log/JInProcessForwardOutput.h"
 #include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/log/JLogMsg.h"
 #include "coreapi/qmutils/log/JLogThreadedOutput.h"
+#include "coreapi/qmutils/registry/jsystemregistry.h"
 
 namespace qm_test {
 
@@ -118,6 +123,80 @@ class ScriptedOutput : public JLogThreadedOutput {
 
  private:
   std::function<bool(const JLog::Msg&)> m_writer;
+};
+
+/// An output without a thread that keeps what it gets, for threads to wait for; but for what the runtime
+/// itself tells of its threads and sockets. The journal lives on behind the output.
+class JournalOutput : public JLog::GenericOutput {
+ public:
+  explicit JournalOutput(std::shared_ptr<Journal<JLog::Msg>> pJournal)
+      : GenericOutput("journal"), m_pJournal(std::move(pJournal)) {}
+
+  void write(const JLog::Msg& record) override {
+    if (record.uLevel >= qm_err::kLogInfo && record.uLevel < JLog::kFirstObjectLevel) {
+      m_pJournal->add(record);
+    }
+  }
+
+ private:
+  std::shared_ptr<Journal<JLog::Msg>> m_pJournal;
+};
+
+/// Takes the lines of an output in the same process.
+class JournalReceiver : public qm_utils::ILogReceiver {
+ public:
+  void receive(const std::string& sLine) override { lines.add(sLine); }
+
+  Journal<std::string> lines;
+};
+
+/// A key of the configuration with these values, for as long as this lives.
+class TestKey {
+ public:
+  static constexpr const char* kKeyPath = "SOFTWARE\\LogOutputTest";
+
+  TestKey(const std::map<std::string, std::string>& texts, const std::map<std::string, unsigned>& numbers) {
+    m_key.create(qm_utils::RegistryRoot::kLocalMachine, kKeyPath);
+    for (const auto& [sName, sText] : texts) {
+      m_key.setString(sName, sText);
+    }
+    for (const auto& [sName, uNumber] : numbers) {
+      m_key.setDword(sName, uNumber);
+    }
+  }
+  ~TestKey() {
+    JSystemRegistryKey parent;
+    parent.open(qm_utils::RegistryRoot::kLocalMachine, "SOFTWARE", qm_utils::kRegistryAllAccess);
+    parent.deleteKey("LogOutputTest");
+  }
+  TestKey(const TestKey&) = delete;
+  TestKey& operator=(const TestKey&) = delete;
+
+  const qm_utils::IRegistryReadAccess& get() const { return m_key; }
+
+ private:
+  JSystemRegistryKey m_key;
+};
+
+/// Lets no file of the process grow beyond a size for its lifetime; a write past it comes short, the next one
+/// fails.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t uBytes) : m_previousHandler(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &m_previous);
+    const rlimit limit{uBytes, m_previous.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &m_previous);
+    std::signal(SIGXFSZ, m_previousHandler);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  void (*m_previousHandler)(int);
+  rlimit m_previous{};
 };
 
 inline JLog::Msg makeRecord(std::string sMessage, std::uint32_t uLevel = qm_err::kLogInfo) {

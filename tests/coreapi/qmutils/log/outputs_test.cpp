@@ -1,10 +1,7 @@
 #include <cerrno>
-#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <map>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,44 +9,17 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/JLogDebugOutput.h"
 #include "coreapi/qmutils/log/JLogFileOutput.h"
-#include "coreapi/qmutils/registry/jsystemregistry.h"
 #include "tests/coreapi/qmutils/log/log_test_support.h"
 
 namespace {
 
 using qm_platform::FaultKind;
 using qm_test::contentsOf;
+using qm_test::FileSizeLimit;
 using qm_test::makeRecord;
+using qm_test::TestKey;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr const char* kKeyPath = "SOFTWARE\\LogOutputTest";
-
-/// A key of the configuration with these values, for as long as this lives.
-class TestKey {
- public:
-  TestKey(const std::map<std::string, std::string>& texts, const std::map<std::string, unsigned>& numbers) {
-    m_key.create(qm_utils::RegistryRoot::kLocalMachine, kKeyPath);
-    for (const auto& [sName, sText] : texts) {
-      m_key.setString(sName, sText);
-    }
-    for (const auto& [sName, uNumber] : numbers) {
-      m_key.setDword(sName, uNumber);
-    }
-  }
-  ~TestKey() {
-    JSystemRegistryKey parent;
-    parent.open(qm_utils::RegistryRoot::kLocalMachine, "SOFTWARE", qm_utils::kRegistryAllAccess);
-    parent.deleteKey("LogOutputTest");
-  }
-  TestKey(const TestKey&) = delete;
-  TestKey& operator=(const TestKey&) = delete;
-
-  const qm_utils::IRegistryReadAccess& get() const { return m_key; }
-
- private:
-  JSystemRegistryKey m_key;
-};
 
 /// A formatted output without a thread that keeps its lines.
 class LineOutput : public JLogFormattedOutput {
@@ -119,6 +89,22 @@ TEST(LogFormattedOutput, MaskOfTheKeyIsReadAndThenRefined) {
     EXPECT_EQ(maskOf({{"WarnLevel", 0}, {std::string("EnableLevel") + kSwitches[uLevel - 1], 1}}),
               1U << uLevel);
   }
+}
+
+TEST(LogFormattedOutput, FiltersOfTheKeyAreKeptAndKeepNoRecordOut) {
+  const TestKey key({{"FilterInclude", "a*;;[xy]?"}, {"FilterExclude", "*z"}}, {});
+  LineOutput output(key.get(), true);
+  output.write(makeRecord("z"));
+  EXPECT_EQ(output.lines.size(), 1U);
+  const JLogFilter& filter = output.getFilter();
+  EXPECT_EQ(filter.getInclude(), "a*;;[xy]?");
+  for (const char* szText : {"a", "abc", "x1", "y2"}) {
+    EXPECT_TRUE(filter.passes(szText)) << szText;
+  }
+  for (const char* szText : {"", "b", "x", "az", "xz"}) {
+    EXPECT_FALSE(filter.passes(szText)) << szText;
+  }
+  EXPECT_FALSE(JLogFilter("", "").passes("anything"));
 }
 
 TEST(LogFormattedOutput, PatternOfTheKeyMayHoldALineFeed) {
@@ -204,27 +190,6 @@ TEST_F(LogFileOutput, FailedWriteLosesItsLineAndOpensAnew) {
   output.write(makeRecord("b"));
   EXPECT_EQ(contentsOf(m_sPath), "b\n");
 }
-
-/// Lets no file of the process grow beyond a size for its lifetime; a write past it comes short, the next one
-/// fails.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t uBytes) : m_previousHandler(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &m_previous);
-    const rlimit limit{uBytes, m_previous.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &m_previous);
-    std::signal(SIGXFSZ, m_previousHandler);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  void (*m_previousHandler)(int);
-  rlimit m_previous{};
-};
 
 TEST_F(LogFileOutput, FailureInAGroupLosesTheCutLineAlone) {
   const std::vector<JLog::Msg> group{makeRecord("one"), makeRecord("two\nlines"), makeRecord("three")};

@@ -5,7 +5,9 @@
 
 namespace {
 
-using qm_test::errorOf;
+using qm_test::Failure;
+using qm_test::failureOf;
+using qm_test::thrownBy;
 using qm_utils::RegistryRoot;
 
 class SystemKey : public qm_test::RegistryTest {
@@ -15,52 +17,38 @@ class SystemKey : public qm_test::RegistryTest {
   JSystemRegistryKey m_key;
 };
 
-/// Code and function of the system error that `work` throws.
-template <typename Work>
-std::pair<std::uint32_t, std::string> systemErrorOf(Work work) {
-  try {
-    work();
-  } catch (JSysError* pError) {
-    const qm_err::CaughtError error(pError);
-    return {pError->getCode(), pError->getFunction()};
-  }
-  return {0, ""};
-}
-
-using Failure = std::pair<std::uint32_t, std::string>;
-
 TEST_F(SystemKey, NamesWhatDoesNotExist) {
   std::uint32_t uValue = 0;
   char szText[8];
-  EXPECT_EQ(errorOf([&] { m_key.open(kRoot, "SOFTWARE\\none"); }),
+  EXPECT_EQ(thrownBy([&] { m_key.open(kRoot, "SOFTWARE\\none"); }),
             "system call error at function 'Function=RegOpenKeyEx, key=HKEY_LOCAL_MACHINE\\SOFTWARE\\none' : "
             "No such file or directory");
   EXPECT_FALSE(m_key.open(kRoot, "SOFTWARE\\none", qm_utils::kRegistryRead, true));
   const Failure absent{ENOENT, "Function=RegQueryValueEx, key=HKEY_LOCAL_MACHINE\\x"};
-  EXPECT_EQ(systemErrorOf([&] { m_key.getDword("x"); }), absent);
-  EXPECT_EQ(systemErrorOf([&] { m_key.getString("x"); }), absent);
-  EXPECT_EQ(systemErrorOf([&] { m_key.getString("x", szText, sizeof szText); }), absent);
-  EXPECT_EQ(systemErrorOf([&] { m_key.getBinary("x", szText, sizeof szText); }), absent);
-  EXPECT_EQ(systemErrorOf([&] { m_key.deleteValue("x"); }),
+  EXPECT_EQ(failureOf([&] { m_key.getDword("x"); }), absent);
+  EXPECT_EQ(failureOf([&] { m_key.getString("x"); }), absent);
+  EXPECT_EQ(failureOf([&] { m_key.getString("x", szText, sizeof szText); }), absent);
+  EXPECT_EQ(failureOf([&] { m_key.getBinary("x", szText, sizeof szText); }), absent);
+  EXPECT_EQ(failureOf([&] { m_key.deleteValue("x"); }),
             (Failure{ENOENT, "Function=RegDeleteValue, key=HKEY_LOCAL_MACHINE\\x"}));
   EXPECT_FALSE(m_key.getDword("x", uValue));
   m_key.deleteKey("none");
 }
 
 TEST_F(SystemKey, ChangesOnlyWhatIsOpenForIt) {
-  m_key.setQword("q", 5);
+  m_key.setDword("n", 5);
   JSystemRegistryKey reader;
   reader.open(kRoot, kTestKey);
-  EXPECT_EQ(reader.getQword("q"), 5U);
-  EXPECT_EQ(systemErrorOf([&] { reader.setDword("d", 1); }),
+  EXPECT_EQ(reader.getDword("n"), 5U);
+  EXPECT_EQ(failureOf([&] { reader.setDword("d", 1); }),
             (Failure{EACCES, "Function=RegSetValueEx, key=HKEY_LOCAL_MACHINE\\d"}));
-  EXPECT_EQ(systemErrorOf([&] { JSystemRegistryKey().create(reader, "sub"); }).first,
+  EXPECT_EQ(failureOf([&] { JSystemRegistryKey().create(reader, "sub"); }).first,
             static_cast<std::uint32_t>(EACCES));
-  EXPECT_EQ(systemErrorOf([&] { JSystemRegistryKey().getDword("d"); }),
+  EXPECT_EQ(failureOf([&] { JSystemRegistryKey().getDword("d"); }),
             (Failure{EBADF, "Function=RegQueryValueEx, key=UNKNOWN HKEY\\d"}));
-  EXPECT_EQ(systemErrorOf([&] { JSystemRegistryKey().flush(); }),
+  EXPECT_EQ(failureOf([&] { JSystemRegistryKey().flush(); }),
             (Failure{EBADF, "Function=RegFlushKey, key=UNKNOWN HKEY\\none"}));
-  EXPECT_EQ(systemErrorOf([&] { reader.connect("host", kRoot); }),
+  EXPECT_EQ(failureOf([&] { reader.connect("host", kRoot); }),
             (Failure{EOPNOTSUPP, "Function=RegConnectRegistry, key=HKEY_LOCAL_MACHINE\\host"}));
 }
 
@@ -74,7 +62,7 @@ TEST_F(SystemKey, OpensReadKeysThroughTheInterface) {
   EXPECT_EQ(pKey, nullptr);
   ASSERT_TRUE(reading.openSubKey("a\\b", pKey, false));
   EXPECT_EQ(pKey->getString("s"), "text");
-  EXPECT_EQ(systemErrorOf([&] { reading.openSubKey("x", pKey, false); }),
+  EXPECT_EQ(failureOf([&] { reading.openSubKey("x", pKey, false); }),
             (Failure{ENOENT, "Function=RegOpenKeyEx, key=HKEY_LOCAL_MACHINE\\x"}));
 }
 

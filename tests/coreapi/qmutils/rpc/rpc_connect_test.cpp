@@ -10,8 +10,8 @@
 #include "coreapi/qmutils/params/jparams.h"
 #include "coreapi/qmutils/rpc/jrpc.h"
 #include "tests/coreapi/qmutils/rpc/scriptserver.h"
-#include "tests/coreapi/qmutils/rpc/thrownby.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/thrownby.h"
 
 // The connect sequence, and the client's thread.
 
@@ -35,6 +35,12 @@ JRPCClient::Settings settingsFor(std::int32_t iPort) {
   return settings;
 }
 
+JRPCClient::Settings inBackground(std::int32_t iPort) {
+  JRPCClient::Settings settings = settingsFor(iPort);
+  settings.bConnectNow = false;
+  return settings;
+}
+
 ScriptServer::Script versioned(const std::string& sAnswer) {
   return [sAnswer](ScriptPeer& peer) {
     peer.expect("getRPCVersion(nop=0)");
@@ -46,14 +52,29 @@ ScriptServer::Script versioned(const std::string& sAnswer) {
 struct VersionCase {
   const char* name;
   std::string answer;
+  std::string oldAnswer;  ///< of the port of old servers, which is fixed; empty when nobody listens there
   JRPCVersion version;
 };
 
-TEST(RpcConnect, FindsOutTheServersVersion) {
+TEST(RpcConnect, FindsOutTheServersVersionAndGoesOnWithoutOne) {
+  const std::string sUnknown = "FAILED ProtocolError: unknown function 'getRPCVersion'";
   for (const VersionCase& row :
-       {VersionCase{"Text", "OK RPCVersion=\"4.3\"", {4, 3}},
-        VersionCase{"Number", "OK RPCVersion=4.2", {4, 2}}, VersionCase{"NoVersion", "OK ", {0, 0}},
-        VersionCase{"NoFormOfOne", "OK RPCVersion=\"new\"", {0, 0}}}) {
+       {VersionCase{"Text", "OK RPCVersion=\"4.3\"", "", {4, 3}},
+        VersionCase{"Number", "OK RPCVersion=4.2", "", {4, 2}}, VersionCase{"NoVersion", "OK ", "", {}},
+        VersionCase{"NoFormOfOne", "OK RPCVersion=\"new\"", "", {}},
+        VersionCase{"OldFourParts", sUnknown, "OK ProductVersion=\"2, 2, 6, 0\"", {2, 2}},
+        VersionCase{"OldVersion", sUnknown, "OK ProductVersion=\"3.1\"", {3, 1}},
+        VersionCase{"OldThreeParts", sUnknown, "OK ProductVersion=\"2, 2, 6\"", {}},
+        VersionCase{"OldFailed", sUnknown, "FAILED what?", {}}, VersionCase{"NoOld", sUnknown, "", {}}}) {
+    std::unique_ptr<ScriptServer> pOld;
+    if (!row.oldAnswer.empty()) {
+      pOld = std::make_unique<ScriptServer>(std::vector<ScriptServer::Script>{[&row](ScriptPeer& peer) {
+                                              peer.expect("getVersionString(nop=0)");
+                                              peer.send(row.oldAnswer + "\r\n");
+                                              peer.awaitEnd();
+                                            }},
+                                            4001);
+    }
     ScriptServer server({versioned(row.answer)});
     JRPCClient client(settingsFor(server.port()));
     EXPECT_TRUE(client.isConnected()) << row.name;
@@ -62,85 +83,37 @@ TEST(RpcConnect, FindsOutTheServersVersion) {
   }
 }
 
-struct OldServerCase {
-  const char* name;
-  const char* answer;
-  JRPCVersion version;
-};
-
-/// The one test that uses the port of old servers, which is fixed.
-TEST(RpcConnect, AsksOldServersOnTheirOwnPortAndGoesOnWithoutAVersionWhenThereIsNone) {
-  for (const OldServerCase& row :
-       {OldServerCase{"FourParts", "OK ProductVersion=\"2, 2, 6, 0\"", {2, 2}},
-        OldServerCase{"Version", "OK ProductVersion=\"3.1\"", {3, 1}},
-        OldServerCase{"ThreeParts", "OK ProductVersion=\"2, 2, 6\"", {0, 0}},
-        OldServerCase{"Failed", "FAILED what?", {0, 0}}, OldServerCase{"Nothing", "OK ", {0, 0}}}) {
-    ScriptServer old({[&row](ScriptPeer& peer) {
-                       peer.expect("getVersionString(nop=0)");
-                       peer.send(std::string(row.answer) + "\r\n");
-                       peer.awaitEnd();
-                     }},
-                     4001);
-    ScriptServer server({versioned("FAILED ProtocolError: unknown function 'getRPCVersion'")});
-    JRPCClient client(settingsFor(server.port()));
-    EXPECT_TRUE(client.isConnected()) << row.name;
-    EXPECT_EQ(client.getServerVersion(), row.version) << row.name;
-  }
-  ScriptServer server({versioned("FAILED unknown")});
-  JRPCClient client(settingsFor(server.port()));
-  EXPECT_TRUE(client.isConnected());
-  EXPECT_EQ(client.getServerVersion(), JRPCVersion{});
-}
-
-TEST(RpcConnect, AskingForTheVersionFailsTheConnectUnlessTheServerSaysFailed) {
-  for (const char* szAnswer : {"nonsense", "OK x", "ok "}) {
-    ScriptServer server({versioned(szAnswer)});
-    auto settings = settingsFor(server.port());
-    EXPECT_NE(thrownBy([&] { JRPCClient client(settings); }), "") << szAnswer;
+TEST(RpcConnect, AFailureIsTheConstructorsUnlessTheClientRetries) {
+  const auto expectFailure = [](JRPCClient::Settings settings, const std::string& sError) {
+    EXPECT_THAT(thrownBy([&] { JRPCClient client(settings); }), HasSubstr(sError));
     settings.bRetry = true;
     JRPCClient client(settings);
-    EXPECT_FALSE(client.isConnected()) << szAnswer;
+    EXPECT_FALSE(client.isConnected()) << sError;
+    EXPECT_EQ(thrownBy([&] { client.call("f", nullptr, kLong); }), "Connection Lost");
+    EXPECT_EQ(thrownBy([&] { client.notify("f", nullptr); }), "Connection Lost");
+  };
+  expectFailure(settingsFor(qm_test::closedPort()), "actively refused");
+  expectFailure(settingsFor(70000), "invalid port 70000");
+  for (const char* szAnswer : {"nonsense", "OK x", "ok "}) {
+    ScriptServer server({versioned(szAnswer)});
+    expectFailure(settingsFor(server.port()), "");
   }
 }
 
-TEST(RpcConnect, ARefusedConnectionIsTheConstructorsErrorUnlessItRetries) {
-  auto settings = settingsFor(qm_test::closedPort());
-  EXPECT_THAT(thrownBy([&] { JRPCClient client(settings); }), HasSubstr("actively refused"));
-  settings.bRetry = true;
-  JRPCClient client(settings);
-  EXPECT_FALSE(client.isConnected());
-  settings.iPort = 70000;
-  EXPECT_EQ(thrownBy([&] {
-              settings.bRetry = false;
-              JRPCClient other(settings);
-            }),
-            "invalid port 70000");
-}
-
-TEST(RpcTunnel, AsksToBePassedOn) {
-  ScriptServer tunnel({[](ScriptPeer& peer) {
-    peer.expect("redirect(servicePort=12345)");
-    peer.send("OK \r\n");
-    peer.answerVersion("4.3");
-    peer.awaitEnd();
-  }});
-  auto settings = settingsFor(12345);
-  settings.iTunnelPort = tunnel.port();
-  JRPCClient client(settings);
-  EXPECT_EQ(client.getServerVersion(), (JRPCVersion{4, 3}));
-}
-
-TEST(RpcTunnel, ARefusedRedirectGoesOn) {
-  ScriptServer tunnel({[](ScriptPeer& peer) {
-    peer.expect("redirect(servicePort=12345)");
-    peer.send("FAILED Service port does not exist\r\n");
-    peer.answerVersion("4.3");
-    peer.awaitEnd();
-  }});
-  auto settings = settingsFor(12345);
-  settings.iTunnelPort = tunnel.port();
-  JRPCClient client(settings);
-  EXPECT_TRUE(client.isConnected());
+TEST(RpcTunnel, AsksToBePassedOnAndGoesOnWhenItIsRefused) {
+  for (const char* szAnswer : {"OK ", "FAILED Service port does not exist"}) {
+    ScriptServer tunnel({[szAnswer](ScriptPeer& peer) {
+      peer.expect("redirect(servicePort=12345)");
+      peer.send(std::string(szAnswer) + "\r\n");
+      peer.answerVersion("4.3");
+      peer.awaitEnd();
+    }});
+    auto settings = settingsFor(12345);
+    settings.iTunnelPort = tunnel.port();
+    JRPCClient client(settings);
+    EXPECT_TRUE(client.isConnected()) << szAnswer;
+    EXPECT_EQ(client.getServerVersion(), (JRPCVersion{4, 3})) << szAnswer;
+  }
 }
 
 TEST(RpcTunnel, ARefusingTunnelFallsBackToThePortWithoutRedirect) {
@@ -149,12 +122,9 @@ TEST(RpcTunnel, ARefusingTunnelFallsBackToThePortWithoutRedirect) {
   settings.iTunnelPort = qm_test::closedPort();
   JRPCClient client(settings);
   EXPECT_EQ(client.getServerVersion(), (JRPCVersion{4, 2}));
-}
-
-TEST(RpcTunnel, WhenBothRefuseTheFirstErrorIsTheCallers) {
-  auto settings = settingsFor(70000);  // the direct attempt fails in another way
-  settings.iTunnelPort = qm_test::closedPort();
-  EXPECT_THAT(thrownBy([&] { JRPCClient client(settings); }), HasSubstr("actively refused"));
+  settings.iPort = 70000;  // the direct attempt fails in another way
+  EXPECT_THAT(thrownBy([&] { JRPCClient failing(settings); }), HasSubstr("actively refused"))
+      << "the first error is the caller's";
 }
 
 // The thread.
@@ -187,54 +157,48 @@ class Events : public JRPCNotify {
 
 TEST(RpcThread, ReportsALinkThatComesUpAndALinkThatCannot) {
   ScriptServer server({versioned("OK RPCVersion=\"4.2\"")});
-  auto settings = settingsFor(server.port());
-  settings.bConnectNow = false;
   Events up;
   {
-    JRPCClientNotify client(up, settings);
+    JRPCClientNotify client(up, inBackground(server.port()));
     EXPECT_THAT(up.waitFor(1), ElementsAre("up"));
     EXPECT_TRUE(client.isConnected());
   }
-  EXPECT_THAT(up.sofar(), ElementsAre("up")) << "who ends the link isn't told that it is down";
+  { JRPCClientNotify client(up, settingsFor(server.port())); }
+  EXPECT_THAT(up.sofar(), ElementsAre("up")) << "neither a connect in the constructor nor an end is an event";
 
-  settings.iPort = qm_test::closedPort();
   Events down;
-  JRPCClientNotify client(down, settings);
+  JRPCClientNotify client(down, inBackground(qm_test::closedPort()));
   EXPECT_THAT(down.waitFor(1), ElementsAre(HasSubstr("actively refused")));
   EXPECT_FALSE(client.isConnected());
 }
 
-TEST(RpcThread, AConnectInTheConstructorIsNoEvent) {
-  ScriptServer server({versioned("OK RPCVersion=\"4.2\"")});
-  Events events;
-  { JRPCClientNotify client(events, settingsFor(server.port())); }
-  EXPECT_THAT(events.sofar(), testing::IsEmpty());
-}
-
-struct PingCase {
-  const char* name;
-  const char* answer;
-};
-
 TEST(RpcThread, APingThatIsNotAnsweredByPongBreaksTheLink) {
-  for (const PingCase& row : {PingCase{"LowerCase", "pong\r\n"}, PingCase{"Closed", ""}}) {
-    ScriptServer server({[&row](ScriptPeer& peer) {
+  for (const char* szAnswer : {"pong\r\n", ""}) {
+    ScriptServer server({[szAnswer](ScriptPeer& peer) {
       peer.answerVersion();
       peer.expect("PING");
       peer.send("PONG\r\n");
       peer.expect("PING");
-      peer.send(row.answer);
+      peer.send(szAnswer);
     }});
-    auto settings = settingsFor(server.port());
-    settings.bConnectNow = false;
+    auto settings = inBackground(server.port());
     settings.iPingPeriod = 1000;
     Events events;
     JRPCClientNotify client(events, settings);
-    EXPECT_THAT(events.waitFor(2), ElementsAre("up", "down: Connection Lost")) << row.name;
+    EXPECT_THAT(events.waitFor(2), ElementsAre("up", "down: Connection Lost")) << szAnswer;
     EXPECT_FALSE(client.isConnected());
     EXPECT_EQ(client.getServerVersion(), JRPCVersion{});
   }
 }
+
+/// What it throws is reported, and changes nothing.
+class ThrowingEvents : public Events {
+ public:
+  void linkUp() override {
+    Events::linkUp();
+    QM_THROW(JTextError, "linkUp is cross");
+  }
+};
 
 TEST(RpcThread, ARetryingLinkComesBackWithANewConnection) {
   ScriptServer server({[](ScriptPeer& peer) {
@@ -245,10 +209,9 @@ TEST(RpcThread, ARetryingLinkComesBackWithANewConnection) {
                          peer.answerVersion("4.3");
                          peer.serve([](const std::string&) { return "OK n=1"; });
                        }});
-  auto settings = settingsFor(server.port());
-  settings.bConnectNow = false;
+  auto settings = inBackground(server.port());
   settings.bRetry = true;
-  Events events;
+  ThrowingEvents events;
   JRPCClientNotify client(events, settings);
   EXPECT_THAT(events.waitFor(1), ElementsAre("up"));
   EXPECT_EQ(thrownBy([&] { client.call("f", nullptr, kLong); }), "Connection Lost");
@@ -259,44 +222,35 @@ TEST(RpcThread, ARetryingLinkComesBackWithANewConnection) {
   EXPECT_EQ(iNumber, 1);
 }
 
-class ThrowingEvents : public Events {
- public:
-  void linkUp() override {
-    Events::linkUp();
-    QM_THROW(JTextError, "linkUp is cross");
-  }
-};
-
-TEST(RpcThread, AnErrorOfTheReceiverIsReportedAndTheLinkStays) {
-  ScriptServer server({[](ScriptPeer& peer) {
-    peer.answerVersion();
-    peer.serve([](const std::string&) { return "OK "; });
-  }});
-  auto settings = settingsFor(server.port());
-  settings.bConnectNow = false;
-  ThrowingEvents events;
-  JRPCClientNotify client(events, settings);
-  events.waitFor(1);
-  EXPECT_TRUE(client.call("f", nullptr, kLong)->isEmpty());
-}
-
 // Shutting down must not wait for a time-out: each of these would hang for a minute.
 
-TEST(RpcShutdown, InterruptsAConnectThatTheServerDoesNotAnswer) {
-  std::promise<void> asked;
-  ScriptServer server({[&](ScriptPeer& peer) {
-    peer.expect("getRPCVersion(nop=0)");
-    asked.set_value();
-    peer.awaitEnd();
-  }});
-  auto settings = settingsFor(server.port());
-  settings.bConnectNow = false;
-  settings.iConnectTimeout = kLong;
-  Events events;
-  JRPCClientNotify client(events, settings);
-  asked.get_future().wait();
-  client.shutdown();
-  EXPECT_THAT(events.sofar(), testing::IsEmpty());
+TEST(RpcShutdown, InterruptsAConnectAPingAndACallThatTheServerDoesNotAnswer) {
+  for (const char* szStall : {"getRPCVersion(nop=0)", "PING", "f()"}) {
+    std::promise<void> asked;
+    ScriptServer server({[&](ScriptPeer& peer) {
+      for (std::string sLine = peer.line(); sLine != szStall; sLine = peer.line()) {
+        peer.send("OK \r\n");
+      }
+      asked.set_value();
+      peer.awaitEnd();
+    }});
+    auto settings = inBackground(server.port());
+    settings.iConnectTimeout = kLong;
+    settings.iPingPeriod = szStall == std::string("PING") ? 1000 : 0;
+    Events events;
+    JRPCClientNotify client(events, settings);
+    std::thread caller([&] {
+      if (szStall == std::string("f()")) {
+        events.waitFor(1);
+        EXPECT_NE(thrownBy([&] { client.call("f", nullptr, -1); }), "");
+      }
+    });
+    asked.get_future().wait();
+    client.shutdown();
+    caller.join();
+    EXPECT_FALSE(client.isConnected());
+    EXPECT_LE(events.sofar().size(), 1U) << szStall << ": who ends the link isn't told that it is down";
+  }
 }
 
 TEST(RpcShutdown, InterruptsATcpConnectToAListenerThatIsFull) {
@@ -308,52 +262,13 @@ TEST(RpcShutdown, InterruptsATcpConnectToAListenerThatIsFull) {
   for (int iFiller = 0; iFiller < 4; ++iFiller) {
     fillers.push_back(std::make_unique<JTCPSocket>());
     fillers.back()->setConnectTimeout(20);
-    try {
-      fillers.back()->connect(JInetAddr("127.0.0.1", listener.getLocalPort()));
-    } catch (JError* pError) {
-      const qm_err::CaughtError error(pError);
-    }
+    thrownBy([&] { fillers.back()->connect(JInetAddr("127.0.0.1", listener.getLocalPort())); });
   }
-  auto settings = settingsFor(listener.getLocalPort());
-  settings.bConnectNow = false;
+  auto settings = inBackground(listener.getLocalPort());
   settings.iConnectTimeout = kLong;
   Events events;
   JRPCClientNotify client(events, settings);
   client.shutdown();
-}
-
-TEST(RpcShutdown, InterruptsAPing) {
-  std::promise<void> pinged;
-  ScriptServer server({[&](ScriptPeer& peer) {
-    peer.answerVersion();
-    peer.expect("PING");
-    pinged.set_value();
-    peer.awaitEnd();
-  }});
-  auto settings = settingsFor(server.port());
-  settings.bConnectNow = false;
-  settings.iPingPeriod = 1000;
-  Events events;
-  JRPCClientNotify client(events, settings);
-  pinged.get_future().wait();
-  client.shutdown();
-  EXPECT_THAT(events.sofar(), ElementsAre("up"));
-  EXPECT_FALSE(client.isConnected());
-}
-
-TEST(RpcShutdown, InterruptsACallOfAnotherThread) {
-  std::promise<void> asked;
-  ScriptServer server({[&](ScriptPeer& peer) {
-    peer.answerVersion();
-    peer.expect("f()");
-    asked.set_value();
-    peer.awaitEnd();
-  }});
-  JRPCClient client(settingsFor(server.port()));
-  std::thread caller([&] { EXPECT_NE(thrownBy([&] { client.call("f", nullptr, -1); }), ""); });
-  asked.get_future().wait();
-  client.shutdown();
-  caller.join();
 }
 
 }  // namespace

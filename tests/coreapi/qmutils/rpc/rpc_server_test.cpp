@@ -1,8 +1,6 @@
 #include <atomic>
 #include <future>
 #include <gmock/gmock.h>
-#include <map>
-#include <mutex>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -15,49 +13,20 @@
 #include "coreapi/qmutils/rpc/jrpcservice.h"
 #include "coreapi/qmutils/socket/jtcpsocket.h"
 #include "coreapi/qmutils/text/jtext.h"
+#include "tests/coreapi/qmutils/rpc/scriptserver.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/tcpfaultproxy.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
-using testing::HasSubstr;
-using testing::StartsWith;
-
-/// A line-wise client without any knowledge of the protocol.
-class RawClient : public JLineIO {
- public:
-  explicit RawClient(std::uint16_t uPort) : JLineIO(kAnswerLimit), m_socket(JInetAddr("127.0.0.1", uPort)) {
-    setSocket(&m_socket, false);
-  }
-
-  void send(std::string_view sBytes) { m_socket.write(sBytes.data(), sBytes.size()); }
-
-  /// The next line; "(end)" when the server has closed or the connection is gone.
-  std::string line() {
-    try {
-      const auto sLine = readLine();
-      return sLine ? std::string(*sLine) : "(end)";
-    } catch (JError* pError) {
-      const qm_err::CaughtError error(pError);
-      return "(end)";
-    }
-  }
-
-  std::string ask(std::string_view sLine) {
-    send(std::string(sLine) + "\r\n");
-    return line();
-  }
-
-  JTCPSocket& socket() { return m_socket; }
-
- private:
-  JTCPSocket m_socket;
-};
+using qm_test::RawClient;
+using qm_test::thrownBy;
 
 /// A service with a function for each way in which one can end.
 class TestService : public JRPCService {
  public:
-  explicit TestService(std::uint16_t uPort = 0) : JRPCService(uPort, "Test") { start(); }
+  TestService() : JRPCService(0, "Test") { start(); }
+  explicit TestService(const JInetAddr& address) : JRPCService(address, "Test") { start(); }
   ~TestService() override { stop(); }
 
   bool dispatch(const std::string& sFunction, JParams& parameters, std::unique_ptr<JParams>& pAnswer,
@@ -67,7 +36,7 @@ class TestService : public JRPCService {
     } else if (sFunction == "empty") {
       pAnswer = std::make_unique<JParams>();
     } else if (sFunction == "quiet") {
-      ++iQuiet;
+      return true;
     } else if (sFunction == "fail") {
       QM_THROW(JTextError, "not\r\ntoday");
     } else if (sFunction == "throw") {
@@ -97,7 +66,6 @@ class TestService : public JRPCService {
   void onConnectionOpened(ConnectionId /*uConnection*/) override { ++iOpened; }
   void onConnectionClosed(ConnectionId /*uConnection*/) override { ++iClosed; }
 
-  std::atomic<int> iQuiet{0};
   std::atomic<int> iOpened{0};
   std::atomic<int> iClosed{0};
   std::promise<void> waiting;
@@ -110,83 +78,52 @@ struct RequestCase {
   std::string answer;
 };
 
-void PrintTo(const RequestCase& row, std::ostream* out) {
-  *out << row.name;
-}
-
-class RpcServerRequest : public testing::TestWithParam<RequestCase> {};
-
-TEST_P(RpcServerRequest, IsAnsweredAndTheConnectionServesOn) {
+TEST(RpcServer, AnswersEveryRequestAndServesOn) {
+  const std::string sProtocol = "FAILED ProtocolError: ";
+  const std::string sSyntax = sProtocol + "function name syntax error ";
+  const std::string sMissing = sProtocol + "missing function name ";
+  const std::string sLong = "missing" + std::string(600, 'x');
   TestService service;
   RawClient client(service.getPort());
-  EXPECT_EQ(client.ask(GetParam().request), GetParam().answer);
-  EXPECT_EQ(client.ask("PING"), "PONG");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Rpc, RpcServerRequest,
-    testing::Values(
-        RequestCase{"List", " echo (b=2, a=\"x\\r\\ny\" ) ", "OK a=\"x\\r\\ny\", b=2"},
-        RequestCase{"EmptyList", "empty()", "OK "}, RequestCase{"Ping", "PING", "PONG"},
-        RequestCase{"PingWithBlank", "PING ", "FAILED ProtocolError: missing function name 'PING '"},
-        RequestCase{"NoBracket", "echo", "FAILED ProtocolError: missing function name 'echo'"},
-        RequestCase{"NotClosed", "echo(a=1", "FAILED ProtocolError: function name syntax error 'echo(a=1'"},
-        RequestCase{"EmptyLine", "", "FAILED ProtocolError: function name syntax error ''"},
-        RequestCase{"Unknown", "what(a=1)", "FAILED ProtocolError: unknown function 'what'"},
+  for (const RequestCase& row :
+       {RequestCase{"List", " \techo (b=2, a=\"x\\r\\ny)\" ) \t", "OK a=\"x\\r\\ny)\", b=2"},
+        RequestCase{"EmptyList", "empty()", "OK "},
+        RequestCase{"Ping", "PING", "PONG"},
+        RequestCase{"PingWithBlank", "PING ", sMissing + "'PING '"},
+        RequestCase{"NoBracket", "echo", sMissing + "'echo'"},
+        RequestCase{"DotInName", "a.b()", sMissing + "'a.b()'"},
+        RequestCase{"NotClosed", "echo(a=1", sSyntax + "'echo(a=1'"},
+        RequestCase{"OnlyOpened", "echo(", sSyntax + "'echo('"},
+        RequestCase{"BehindTheBracket", "echo() x", sSyntax + "'echo() x'"},
+        RequestCase{"EmptyLine", "", sSyntax + "''"},
+        RequestCase{"OnlyBlanks", " \t", sSyntax + "' \t'"},
+        RequestCase{"Nul", std::string("echo(a=1\0)", 10), sSyntax + "'echo(a=1'"},
+        RequestCase{"Unknown", "what(a=1)", sProtocol + "unknown function 'what'"},
+        RequestCase{"HighBytes", "gr\xC3\xBC\xC3\x9F()", sProtocol + "unknown function 'gr\xC3\xBC\xC3\x9F'"},
+        RequestCase{"NoName", "(a=1)", sProtocol + "unknown function ''"},
         RequestCase{"BadList", "echo(a=)",
                     "FAILED SyntaxError for parameter: 'a' ('unknown parameter type')"},
-        RequestCase{"Nul", std::string("echo(a=1\0)", 10),
-                    "FAILED ProtocolError: function name syntax error 'echo(a=1'"},
         RequestCase{"Fails", "fail()", "FAILED not  today"},
         RequestCase{"Throws", "throw()", "FAILED out of luck"},
         RequestCase{"AnswerIsNoLine", "badname()",
                     "FAILED JLineIO can't send a line break or a NUL inside a line"},
-        RequestCase{
-            "LongMessage", "missing" + std::string(600, 'x') + "()",
-            ("FAILED ProtocolError: unknown function 'missing" + std::string(600, 'x')).substr(0, 511)}));
-
-TEST(RpcServer, AFunctionWithoutAnswerGivesNoLine) {
-  TestService service;
-  RawClient client(service.getPort());
-  client.send("quiet()\r\n");
-  EXPECT_EQ(client.ask("PING"), "PONG");
-  EXPECT_EQ(service.iQuiet, 1);
+        RequestCase{"LongMessage", sLong + "()",
+                    (sProtocol + "unknown function '" + sLong).substr(0, 511)}}) {
+    EXPECT_EQ(client.ask(row.request), row.answer) << row.name;
+    EXPECT_EQ(client.ask("quiet()\r\nPING"), "PONG") << row.name << ", and a function without answer";
+  }
 }
 
-TEST(RpcServer, PipelinedRequestsAreAnsweredInOrder) {
-  TestService service;
-  RawClient client(service.getPort());
-  client.send("echo(a=1)\nPING\r\necho(a=2)\r\nech");
-  EXPECT_EQ(client.line(), "OK a=1");
-  EXPECT_EQ(client.line(), "PONG");
-  EXPECT_EQ(client.line(), "OK a=2");
-  EXPECT_EQ(client.ask("o(a=3)"), "OK a=3");
-}
-
-TEST(RpcServer, EachConnectionHasAnIdOfItsOwn) {
+TEST(RpcServer, EveryConnectionIsOpenedAndClosedOnceUnderAnIdOfItsOwn) {
   TestService service;
   std::set<std::string> ids;
-  for (int iClient = 0; iClient < 5; ++iClient) {
-    RawClient client(service.getPort());
-    const std::string sId = client.ask("id()");
-    EXPECT_EQ(client.ask("id()"), sId);
-    ids.insert(sId);
+  for (int iClient = 0; iClient < 50; ++iClient) {
+    ids.insert(RawClient(service.getPort()).ask("id()"));
   }
-  EXPECT_EQ(ids.size(), 5U);
-}
-
-TEST(RpcServer, ConnectionsAreOpenedAndClosedInPairs) {
-  {
-    TestService service;
-    for (int iClient = 0; iClient < 50; ++iClient) {
-      RawClient client(service.getPort());
-      EXPECT_EQ(client.ask("PING"), "PONG");
-    }
-    service.stop();
-    EXPECT_EQ(service.iOpened, 50);
-    EXPECT_EQ(service.iClosed, 50);
-    EXPECT_EQ(service.getConnectionCount(), 0U);
-  }
+  service.stop();
+  EXPECT_EQ(ids.size(), 50U);
+  EXPECT_EQ(service.iOpened, 50);
+  EXPECT_EQ(service.iClosed, 50);
 }
 
 /// A client that closes its writing side still gets every answer that it is owed, even though it goes on
@@ -202,28 +139,20 @@ TEST(RpcServer, TheLastAnswerBeforeACloseReachesThePeer) {
   EXPECT_EQ(client.line(), "(end)");
 }
 
-TEST(RpcServer, AnOverlongRequestEndsTheConnectionAtTheLimit) {
+TEST(RpcServer, TakesARequestOfTheLimitAndEndsTheConnectionBeyondIt) {
   const qm_test::LogCapture log;
-  TestService service;
-  RawClient client(service.getPort());
-  const std::string sPiece(1 << 20, 'x');
-  std::size_t uSent = 0;
-  try {
-    for (; uSent < 4 * JLineIO::kRequestLimit; uSent += sPiece.size()) {
-      client.send(sPiece);
-    }
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-  }
-  EXPECT_LT(uSent, 4 * JLineIO::kRequestLimit);
-  EXPECT_EQ(client.line(), "(end)");
-}
-
-TEST(RpcServer, ARequestOfTheLimitIsServed) {
   TestService service;
   RawClient client(service.getPort());
   const std::string sText(JLineIO::kRequestLimit - 10, 'x');
   EXPECT_EQ(client.ask("echo(a=\"" + sText + "\")"), "OK a=\"" + sText + "\"");
+  std::size_t uSent = 0;
+  const std::string sError = thrownBy([&] {
+    for (; uSent < 4 * JLineIO::kRequestLimit; uSent += sText.size()) {
+      client.send(sText);
+    }
+  });
+  EXPECT_NE(sError, "");
+  EXPECT_EQ(client.line(), "(end)");
 }
 
 // The end of a service.
@@ -254,14 +183,17 @@ TEST(RpcServerStop, LeavesAClientThatTakesNoAnswers) {
   EXPECT_EQ(service.getConnectionCount(), 0U);
 }
 
+/// The server closes first, so that its side of the connection is the one that winds down.
 TEST(RpcServerStop, APortCanBeTakenAgainAtOnce) {
-  std::uint16_t uPort = 0;
+  JInetAddr address("127.0.0.1", 0);
   for (int iTurn = 0; iTurn < 3; ++iTurn) {
-    TestService service(uPort);
-    uPort = service.getPort();
-    RawClient client(uPort);
+    TestService service(address);
+    address.setPort(service.getPort());
+    RawClient client(address.getPort());
     EXPECT_EQ(client.ask("PING"), "PONG");
     service.stop();
+    EXPECT_EQ(client.line(), "(end)");
+    client.socket().shutdownWrite();
   }
 }
 
@@ -275,21 +207,17 @@ TEST(RpcServerStop, AnyNumberOfClientsMayComeAndGoMeanwhile) {
     std::vector<std::thread> threads;
     for (int iThread = 0; iThread < 3; ++iThread) {
       threads.emplace_back([&] {
-        try {
+        const std::string sEnd = thrownBy([&] {
           for (;;) {
             RawClient client(uPort);
-            for (int iCall = 0; iCall < 5; ++iCall) {
-              const std::string sAnswer = client.ask("echo(a=1)");
-              if (sAnswer == "(end)") {
-                break;
-              }
-              EXPECT_EQ(sAnswer, "OK a=1");
-              ++iAnswered;
+            std::string sAnswer;
+            for (int iCall = 0; iCall < 5 && sAnswer != "(end)"; ++iCall) {
+              sAnswer = client.ask("echo(a=1)");
+              iAnswered += sAnswer == "OK a=1" ? 1 : 0;
             }
           }
-        } catch (JError* pError) {
-          const qm_err::CaughtError error(pError);  // refused: the service has ended
-        }
+        });
+        EXPECT_NE(sEnd, "") << "refused: the service has ended";
       });
     }
     while (iAnswered < 50) {
@@ -300,30 +228,6 @@ TEST(RpcServerStop, AnyNumberOfClientsMayComeAndGoMeanwhile) {
       thread.join();
     }
   }
-}
-
-TEST(RpcServerFault, ARequestCutAtAnyByteHurtsOnlyItsOwnConnection) {
-  TestService service;
-  qm_test::TcpFaultProxy proxy(service.getPort());
-  for (const auto action : {qm_test::FaultRule::Action::kClose, qm_test::FaultRule::Action::kReset}) {
-    for (std::uint64_t uByte = 0; uByte <= 22; ++uByte) {
-      qm_test::FaultRule cut;
-      cut.afterBytes = uByte;
-      cut.action = action;
-      proxy.setRules(cut, {});
-      RawClient client(proxy.port());
-      try {
-        client.send("echo(a=1)\r\necho(a=2)\r\n");
-      } catch (JError* pError) {
-        const qm_err::CaughtError error(pError);
-      }
-      for (std::string sLine = client.line(); sLine != "(end)"; sLine = client.line()) {
-        EXPECT_THAT(sLine, StartsWith("OK a="));
-      }
-    }
-  }
-  RawClient client(service.getPort());
-  EXPECT_EQ(client.ask("PING"), "PONG");
 }
 
 }  // namespace

@@ -7,24 +7,21 @@
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/params/jparams.h"
-#include "coreapi/qmutils/rpc/jrpc.h"
 #include "coreapi/qmutils/rpc/jrpctunnelservice.h"
 #include "coreapi/qmutils/socket/jsockaddr.h"
+#include "tests/coreapi/qmutils/rpc/scriptserver.h"
 #include "tests/support/logcapture.h"
 
 namespace {
 
-using testing::AllOf;
-using testing::Contains;
-using testing::HasSubstr;
-using testing::Key;
-
-constexpr std::int32_t kForever = -1;
+using qm_test::RawClient;
 
 class NamedService : public JRPCTunnelService {
  public:
   explicit NamedService(const std::string& sName, JRPCVersion version = {4, 2})
-      : JRPCTunnelService(0, sName), m_sWho(sName) {
+      : NamedService(JInetAddr(0, 0), sName, version) {}
+  NamedService(const JInetAddr& address, const std::string& sName, JRPCVersion version = {4, 2})
+      : JRPCTunnelService(address, sName), m_sWho(sName) {
     setVersion(version);
     registerFunction("who", std::make_unique<RpcFunc<NamedService>>(&NamedService::who));
     start();
@@ -37,74 +34,52 @@ class NamedService : public JRPCTunnelService {
   const std::string m_sWho;
 };
 
-JRPCClient::Settings settingsFor(std::int32_t iPort, std::int32_t iTunnelPort = 0) {
-  JRPCClient::Settings settings;
-  settings.sHost = "127.0.0.1";
-  settings.iPort = iPort;
-  settings.iTunnelPort = iTunnelPort;
-  settings.bConnectNow = true;
-  settings.bStartThread = false;
-  return settings;
+std::string redirectTo(const JRPCService& service) {
+  return "redirect(servicePort=" + std::to_string(service.getPort()) + ")";
 }
 
-std::string ask(JRPCClient& client, const char* szName, std::string_view sParameters = {}) {
-  std::string sAnswer;
-  try {
-    client.call(szName, sParameters, sAnswer, kForever);
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return sAnswer;
-}
-
-TEST(RpcTunnelService, AnswersWithItsVersion) {
-  NamedService service("one", {4, 3});
-  JRPCClient client(settingsFor(service.getPort()));
-  EXPECT_EQ(client.getServerVersion(), (JRPCVersion{4, 3}));
-}
-
-TEST(RpcTunnelService, HandsAConnectionOverOnItsNextLine) {
+TEST(RpcTunnelService, HandsAConnectionOverToAnyOtherService) {
   NamedService one("one");
-  NamedService two("two", {2, 2});
-  JRPCClient client(settingsFor(two.getPort(), one.getPort()));
-  EXPECT_EQ(client.getServerVersion(), (JRPCVersion{2, 2}));
-  EXPECT_EQ(ask(client, "who"), "who=\"two\"");
+  auto pTwo = std::make_unique<NamedService>("two", JRPCVersion{2, 2});
+  const std::string sPort = std::to_string(pTwo->getPort());
+  RawClient client(one.getPort());
+  struct {
+    std::string request;
+    std::string answer;
+  } const rows[] = {
+      {"getRPCVersion(nop=0)", "OK RPCVersion=\"4.2\""},
+      {"redirect()", "FAILED Invalid service port"},
+      {"redirect(servicePort=0)", "FAILED Invalid service port"},
+      {"redirect(servicePort=-1)", "FAILED Invalid service port"},
+      {"redirect(servicePort=1)", "FAILED Service port does not exist"},
+      {"who()", "OK who=\"one\""},
+      {"getServicePorts()",
+       "OK instanceName[1]=\"two:RPC[0.0.0.0:" + sPort + "]\", nServicePorts=1, servicePort[1]=" + sPort},
+      {redirectTo(*pTwo), "OK "},
+      {"getRPCVersion(nop=0)", "OK RPCVersion=\"2.2\""},
+      {"who()", "OK who=\"two\""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(client.ask(row.request), row.answer) << row.request;
+  }
   EXPECT_EQ(one.getConnectionCount(), 0U);
-  EXPECT_EQ(two.getConnectionCount(), 1U);
-  EXPECT_EQ(ask(client, "redirect", "servicePort=" + std::to_string(one.getPort())), "");
-  EXPECT_EQ(ask(client, "who"), "who=\"one\"");
+  EXPECT_EQ(pTwo->getConnectionCount(), 1U);
+  EXPECT_EQ(client.ask(redirectTo(one)), "OK ");
+  EXPECT_EQ(client.ask("who()"), "OK who=\"one\"");
+  pTwo.reset();
+  EXPECT_EQ(client.ask("getServicePorts()"), "OK nServicePorts=0");
 }
 
-struct RedirectCase {
-  const char* parameters;
-  const char* answer;
-};
-
-TEST(RpcTunnelService, RefusesToRedirectToNowhere) {
-  NamedService service("one");
-  JRPCClient client(settingsFor(service.getPort()));
-  for (const RedirectCase& row : {RedirectCase{"", "FAILED Invalid service port"},
-                                  RedirectCase{"servicePort=0", "FAILED Invalid service port"},
-                                  RedirectCase{"servicePort=-1", "FAILED Invalid service port"},
-                                  RedirectCase{"servicePort=1", "FAILED Service port does not exist"}}) {
-    EXPECT_EQ(ask(client, "redirect", row.parameters), row.answer);
-  }
-  EXPECT_EQ(ask(client, "who"), "who=\"one\"");
-}
-
-TEST(RpcTunnelService, ListsTheOtherServices) {
-  NamedService one("one");
-  JRPCClient client(settingsFor(one.getPort()));
-  EXPECT_EQ(ask(client, "getServicePorts"), "nServicePorts=0");
+TEST(RpcTunnelService, ServicesOfOnePortOnTwoAddressesAreKeptApart) {
+  NamedService one(JInetAddr("127.0.0.1", 0), "one");
+  NamedService other("other");
   {
-    NamedService two("two");
-    const std::string sPort = std::to_string(two.getPort());
-    EXPECT_EQ(ask(client, "getServicePorts"),
-              "instanceName[1]=\"two::RPC[" + sPort + "]\", nServicePorts=1, servicePort[1]=" + sPort);
-    EXPECT_THAT(one.getServices(), AllOf(Contains(Key(one.getPort())), Contains(Key(two.getPort()))));
+    const NamedService two(JInetAddr("127.0.0.2", one.getPort()), "two");
+    EXPECT_EQ(other.getServices().size(), 3U);
   }
-  EXPECT_EQ(ask(client, "getServicePorts"), "nServicePorts=0");
+  RawClient client(other.getPort());
+  EXPECT_EQ(client.ask(redirectTo(one)), "OK ");
+  EXPECT_EQ(client.ask("who()"), "OK who=\"one\"");
 }
 
 TEST(RpcTunnelService, ANameIsTakenOnce) {
@@ -112,8 +87,7 @@ TEST(RpcTunnelService, ANameIsTakenOnce) {
   NamedService service("one");
   service.registerFunction("who", nullptr);
   EXPECT_TRUE(log.has(qm_err::kLogError, "ASSERTION FAILED (ins.second)"));
-  JRPCClient client(settingsFor(service.getPort()));
-  EXPECT_EQ(ask(client, "who"), "who=\"one\"");
+  EXPECT_EQ(RawClient(service.getPort()).ask("who()"), "OK who=\"one\"");
 }
 
 /// Connections go to and fro between two services while one of them ends again and again.
@@ -122,16 +96,16 @@ TEST(RpcTunnelService, ServicesMayEndWhileConnectionsMove) {
   NamedService stays("stays");
   for (int iTurn = 0; iTurn < 20; ++iTurn) {
     auto pGoes = std::make_unique<NamedService>("goes");
-    const std::string sToGoes = "servicePort=" + std::to_string(pGoes->getPort());
-    const std::string sToStays = "servicePort=" + std::to_string(stays.getPort());
+    const std::string sToGoes = redirectTo(*pGoes);
+    const std::string sToStays = redirectTo(stays);
     std::atomic<int> iMoves{0};
     std::vector<std::thread> threads;
     for (int iThread = 0; iThread < 3; ++iThread) {
       threads.emplace_back([&] {
-        JRPCClient client(settingsFor(stays.getPort()));
+        RawClient client(stays.getPort());
         for (bool bGoOn = true; bGoOn; ++iMoves) {
-          bGoOn = ask(client, "redirect", sToGoes).empty() && ask(client, "who") == "who=\"goes\"" &&
-                  ask(client, "redirect", sToStays).empty();
+          bGoOn = client.ask(sToGoes) == "OK " && client.ask("who()") == "OK who=\"goes\"" &&
+                  client.ask(sToStays) == "OK ";
         }
         iMoves += 1000;
       });

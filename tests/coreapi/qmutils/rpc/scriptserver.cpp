@@ -5,6 +5,7 @@
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/JLog.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
@@ -54,9 +55,25 @@ void ScriptPeer::awaitEnd() {
   }
 }
 
+RawClient::RawClient(std::uint16_t uPort)
+    : ScriptPeer(new JTCPSocket(JInetAddr("127.0.0.1", uPort)), true),
+      m_pSocket(dynamic_cast<JTCPSocket*>(getSocket())) {}
+
+std::string RawClient::line() {
+  std::string sLine = "(end)";
+  thrownBy([&] { sLine = readLine().value_or(sLine); });
+  return sLine;
+}
+
+std::string RawClient::ask(std::string_view sLine) {
+  send(std::string(sLine) + "\r\n");
+  return line();
+}
+
 struct ScriptServer::Connection {
   std::unique_ptr<JSocket> pSocket;
   std::thread thread;
+  std::atomic<bool> bDone{false};
 };
 
 ScriptServer::ScriptServer(std::vector<Script> scripts, std::uint16_t uPort)
@@ -74,6 +91,32 @@ ScriptServer::~ScriptServer() {
   }
 }
 
+void ScriptServer::awaitIdle() {
+  // Connections are taken in order, and no script outlives its client; one may reset this one at any time.
+  thrownBy([this] {
+    RawClient last(m_uPort);
+    last.socket().shutdownWrite();
+    while (last.line() != "(end)") {
+    }
+  });
+  const std::lock_guard lock(m_mutex);
+  for (const auto& pConnection : m_connections) {
+    pConnection->thread.join();
+  }
+  m_connections.clear();
+}
+
+/// Takes the connections out that have ended. The mutex is held.
+void ScriptServer::sweep() {
+  std::erase_if(m_connections, [](const auto& pConnection) {
+    if (pConnection->bDone) {
+      pConnection->thread.join();
+      return true;
+    }
+    return false;
+  });
+}
+
 void ScriptServer::run() {
   while (!m_bStop) {
     try {
@@ -82,17 +125,21 @@ void ScriptServer::run() {
         return;
       }
       const Script& script = m_scripts[std::min(m_accepted++, m_scripts.size() - 1)];
+      const std::lock_guard lock(m_mutex);
+      sweep();
       auto pConnection = std::make_unique<Connection>();
       pConnection->pSocket = std::move(pSocket);
-      pConnection->thread = std::thread([&script, &socket = *pConnection->pSocket] {
-        try {
-          ScriptPeer peer(socket);
-          script(peer);
-        } catch (JError* pError) {
-          const qm_err::CaughtError error(pError);  // the client has gone
-        }
-        socket.close();
-      });
+      pConnection->thread =
+          std::thread([&script, &socket = *pConnection->pSocket, &done = pConnection->bDone] {
+            try {
+              ScriptPeer peer(&socket, false);
+              script(peer);
+            } catch (JError* pError) {
+              const qm_err::CaughtError error(pError);  // the client has gone
+            }
+            socket.close();
+            done = true;
+          });
       m_connections.push_back(std::move(pConnection));
     } catch (JError* pError) {
       const qm_err::CaughtError error(pError);  // the client was gone before it was taken

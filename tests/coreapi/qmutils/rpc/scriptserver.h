@@ -17,7 +17,7 @@ namespace qm_test {
 /// The peer's end of one connection, for a script.
 class ScriptPeer : public JLineIO {
  public:
-  explicit ScriptPeer(JIoSocket& socket) : JLineIO(kRequestLimit) { setSocket(&socket, false); }
+  ScriptPeer(JIoSocket* pSocket, bool bOwns) : JLineIO(kAnswerLimit) { setSocket(pSocket, bOwns); }
 
   /// The next line; empty at the end of the connection.
   std::string line();
@@ -41,6 +41,23 @@ class ScriptPeer : public JLineIO {
   void awaitEnd();
 };
 
+/// A line-wise client without any knowledge of the protocol.
+class RawClient : public ScriptPeer {
+ public:
+  explicit RawClient(std::uint16_t uPort);
+
+  /// The next line; "(end)" when the server has closed or the connection is gone.
+  std::string line();
+
+  /// Sends a line and returns the next one.
+  std::string ask(std::string_view sLine);
+
+  JTCPSocket& socket() { return *m_pSocket; }
+
+ private:
+  JTCPSocket* m_pSocket;  ///< the line channel's own
+};
+
 /// A server of a few lines, on a free port of the loopback. Each connection runs the next script of the list,
 /// the last one again and again, on a thread of its own; what is left open when the server goes is closed.
 class ScriptServer {
@@ -55,10 +72,14 @@ class ScriptServer {
   std::uint16_t port() const { return m_uPort; }
   std::size_t accepted() const { return m_accepted; }
 
+  /// Waits until the scripts of all connections that it has taken have ended.
+  void awaitIdle();
+
  private:
   struct Connection;
 
   void run();
+  void sweep();
 
   std::vector<Script> m_scripts;
   JTCPSocket m_listener;

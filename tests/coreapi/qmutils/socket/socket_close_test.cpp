@@ -107,7 +107,7 @@ TEST(ClosingASocket, CancelsABlockedAcceptWithoutAnError) {
     std::unique_ptr<JSocket> pConnection;
     const Failure failure = closeUnder(iRound, listener, [&] { pConnection = listener.accept(); });
     EXPECT_EQ(pConnection, nullptr);
-    if (failure.second == "no error") {
+    if (failure.second == "") {
       ++iCancelled;
     } else {
       EXPECT_EQ(failure, (Failure{10038, "accept"})) << "the accept began after the close";
@@ -143,7 +143,7 @@ TEST(ClosingASocket, EndsAConnectThatNobodyAnswers) {
   while (queue.empty() || queue.back()->getConnectTimeout() != 1) {
     queue.push_back(std::make_unique<JTCPSocket>());
     queue.back()->setConnectTimeout(0);
-    if (failureOf([&] { queue.back()->connect(address); }).second != "no error") {
+    if (failureOf([&] { queue.back()->connect(address); }).second != "") {
       queue.back()->setConnectTimeout(1);  // the queue is full
     }
   }
@@ -187,23 +187,6 @@ TEST(ClosingASocket, KeepsItsNumberFromOthersUntilTheLastCallHasLeft) {
     right.setReadTimeout(0);
     EXPECT_EQ(left.read(buffer, sizeof buffer), 5U);
     EXPECT_EQ(right.read(buffer, sizeof buffer), 4U);
-  }
-}
-
-TEST(ClosingASocket, HappensOnceHoweverManyTry) {
-  LogLines log;
-  for (int iRound = 0; iRound < kRounds / 10; ++iRound) {
-    JTCPSocket socket;
-    const std::string sLine = "Closed socket '" + std::to_string(socket.getHandle()) + "'";
-    const auto iBefore = log.count(18, sLine);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-      threads.emplace_back([&] { socket.close(); });
-    }
-    for (std::thread& thread : threads) {
-      thread.join();
-    }
-    EXPECT_EQ(log.count(18, sLine), iBefore + 1);
   }
 }
 

@@ -8,43 +8,12 @@
 #include <utility>
 #include <vector>
 
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/log/JLogMsg.h"
 #include "coreapi/qmutils/socket/jtcpsocket.h"
+#include "tests/support/thrownby.h"
 
 namespace qm_test {
-
-/// The text of the error that `work` throws; "no error" when it throws none.
-template <typename Work>
-std::string errorOf(Work work) {
-  try {
-    work();
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
-  return "no error";
-}
-
-/// Number (without the bit of socket errors) and function of the system error that `work` throws; 0 and the
-/// text of the error, or "no error", else.
-using Failure = std::pair<std::uint32_t, std::string>;
-
-template <typename Work>
-Failure failureOf(Work work) {
-  try {
-    work();
-  } catch (JSysError* pError) {
-    const qm_err::CaughtError error(pError);
-    EXPECT_EQ(pError->getCode() & JSysError::kClassMask, JSysError::kSocketClass);
-    return {pError->getCode() & ~JSysError::kSocketClass, pError->getFunction()};
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return {0, error->getMessage()};
-  }
-  return {0, "no error"};
-}
 
 /// An address on this machine.
 inline JInetAddr loopback(std::uint16_t uPort) {

@@ -5,20 +5,12 @@
 #include "coreapi/platform/faultseam.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/text/jtext.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
+using qm_test::thrownBy;
 using qm_utils::format;
-
-template <class Call>
-std::string errorOf(Call call) {
-  try {
-    call();
-  } catch (JTextError* pError) {
-    return qm_err::CaughtError(pError)->getMessage();
-  }
-  return "no error";
-}
 
 TEST(Format, GivesEveryLengthWhole) {
   for (const std::size_t length : {0, 1, 511, 512, 513, 600, 100'000}) {
@@ -37,18 +29,18 @@ TEST(Format, SaysWhichBufferItHasNoMemoryFor) {
   const std::string sLong(600, 'x');
   const qm_platform::FaultPlan plan{static_cast<std::uint32_t>(qm_platform::Seam::kAllocation), 1};
   qm_platform::armFaults(plan);
-  EXPECT_EQ(errorOf([] { format("short"); }), "Cannot allocate space for qm_utils::format()");
+  EXPECT_EQ(thrownBy([] { format("short"); }), "Cannot allocate space for qm_utils::format()");
   qm_platform::armFaults(plan);
-  EXPECT_EQ(errorOf([&] { format("%s", sLong.c_str()); }), "Cannot realloc space for qm_utils::format()");
+  EXPECT_EQ(thrownBy([&] { format("%s", sLong.c_str()); }), "Cannot realloc space for qm_utils::format()");
   EXPECT_TRUE(qm_platform::disarmFaults());
 }
 #endif
 
 TEST(Format, GivesUpOnWhatCanNeverBePrinted) {
   const wchar_t wszNoCharacter[] = {static_cast<wchar_t>(0x110000), 0};
-  EXPECT_EQ(errorOf([&] { format("%ls", wszNoCharacter); }), "Cannot realloc space for qm_utils::format()");
-  EXPECT_EQ(errorOf([] { format(u"%y", 1); }), "Unknown conversion in the format of qm_utils::format()");
-  EXPECT_EQ(errorOf([] { format(u"50%"); }), "Unknown conversion in the format of qm_utils::format()");
+  EXPECT_EQ(thrownBy([&] { format("%ls", wszNoCharacter); }), "Cannot realloc space for qm_utils::format()");
+  EXPECT_EQ(thrownBy([] { format(u"%y", 1); }), "Unknown conversion in the format of qm_utils::format()");
+  EXPECT_EQ(thrownBy([] { format(u"50%"); }), "Unknown conversion in the format of qm_utils::format()");
 }
 
 TEST(Format, WideTakesTheConversionsOfPrintf) {

@@ -12,9 +12,9 @@ namespace {
 
 using qm_test::Crew;
 using qm_test::LogCapture;
+using qm_test::systemFailureOf;
 using qm_test::Task;
 using qm_test::ThreadFault;
-using qm_test::thrownBy;
 using qm_utils::format;
 using testing::ElementsAre;
 
@@ -53,9 +53,9 @@ TEST(ThreadedQueue, FullQueueThrowsAndStaysAsItWas) {
   queue.putAndEnter();
   queue.put(1);
   queue.put(2);
-  EXPECT_EQ(thrownBy([&] { queue.put(3); }), "ReleaseSemaphore: 75");
+  EXPECT_EQ(systemFailureOf([&] { queue.put(3); }), "ReleaseSemaphore: 75");
   queue.start(0, 100);  // started already
-  EXPECT_EQ(thrownBy([&] { queue.put(4); }), "ReleaseSemaphore: 75");
+  EXPECT_EQ(systemFailureOf([&] { queue.put(4); }), "ReleaseSemaphore: 75");
   queue.go.set();
   queue.stop(true);
   EXPECT_THAT(queue.processed, ElementsAre(0, 1, 2));
@@ -95,10 +95,10 @@ TEST(ThreadedQueue, MessagesBeforeStartAndAfterStopAreLost) {
 TEST(ThreadedQueue, StartsAfreshAfterAFailure) {
   const LogCapture log;
   TestQueue queue;
-  EXPECT_EQ(thrownBy([&] { queue.start(0, 0); }), "CreateSemaphore: 22");
+  EXPECT_EQ(systemFailureOf([&] { queue.start(0, 0); }), "CreateSemaphore: 22");
   {
     const ThreadFault fault(2, EAGAIN);
-    EXPECT_EQ(thrownBy([&] { queue.start(0, 1); }), "CreateThread: 11");
+    EXPECT_EQ(systemFailureOf([&] { queue.start(0, 1); }), "CreateThread: 11");
   }
   queue.put(1);  // not started
   queue.start(0, 5);
@@ -124,7 +124,7 @@ TEST(ThreadedQueue, EveryMessageOfManyPostersIsHandledOnceInOrder) {
   queue.start(0, 64);
   const auto body = [&](int iPoster) {
     for (int i = 0; i < kMessages;) {
-      if (thrownBy([&] { queue.post({iPoster, i}); }).empty()) {
+      if (systemFailureOf([&] { queue.post({iPoster, i}); }).empty()) {
         ++i;
       } else {
         std::this_thread::yield();
@@ -198,10 +198,10 @@ TEST(Runnable, WithoutAStopStaysStartedThoughItsLoopHasEnded) {
   };
   {
     TestRunnable runner(false, 2);
-    EXPECT_EQ(thrownBy([&] { runner.wait(0); }), "WaitForSingleObject: 22");
+    EXPECT_EQ(systemFailureOf([&] { runner.wait(0); }), "WaitForSingleObject: 22");
     {
       const ThreadFault fault(2, EAGAIN);
-      EXPECT_EQ(thrownBy([&] { runner.start(); }), "ResumeThread: 11");
+      EXPECT_EQ(systemFailureOf([&] { runner.start(); }), "ResumeThread: 11");
     }
     runner.start();
     runner.wait();

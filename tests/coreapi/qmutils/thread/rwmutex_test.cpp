@@ -12,9 +12,9 @@ namespace {
 
 using qm_test::Crew;
 using qm_test::LogCapture;
+using qm_test::systemFailureOf;
 using qm_test::Task;
 using qm_test::ThreadFault;
-using qm_test::thrownBy;
 using qm_test::untilAsleep;
 using testing::ElementsAre;
 
@@ -93,7 +93,7 @@ TEST(RWMutex, MisuseIsToldAndLeavesTheLockUsable) {
     EXPECT_TRUE(log.has(11, "ASSERTION FAILED (m_pWriterId==(void*)JThread::getCurrentThreadId())"));
     {
       const JAutoReadLock lock(mutex);
-      EXPECT_EQ(thrownBy([&] { mutex.lockWrite(); }),
+      EXPECT_EQ(systemFailureOf([&] { mutex.lockWrite(); }),
                 "lockWrite is not allowed if lockRead has been called by the current thread");
       EXPECT_TRUE(log.has(11, "ASSERTION FAILED (recursionsReader==0)"));
     }
@@ -116,7 +116,7 @@ TEST(RWMutex, FailedWaitsChangeNothing) {
       {1, [&] { mutex.lockRead(); }}, {2, [&] { mutex.lockRead(); }}, {1, [&] { mutex.lockWrite(); }}};
   for (const auto& [nth, lock] : rows) {
     const ThreadFault fault(nth, EMFILE);
-    EXPECT_EQ(thrownBy(lock), "WaitForSingleObject: 24");
+    EXPECT_EQ(systemFailureOf(lock), "WaitForSingleObject: 24");
   }
   const LogCapture log;
   Crew({[&] { const JAutoReadLock lock(mutex); }}).stop();

@@ -20,9 +20,9 @@ namespace {
 
 using qm_test::Crew;
 using qm_test::LogCapture;
+using qm_test::systemFailureOf;
 using qm_test::Task;
 using qm_test::ThreadFault;
-using qm_test::thrownBy;
 using qm_test::untilAsleep;
 using qm_utils::format;
 using testing::SizeIs;
@@ -71,7 +71,7 @@ TEST(Thread, RunsThroughItsStatesAndTellsItsStartAndEnd) {
   }
   EXPECT_EQ(sRecord, "Uninitialized");  // a last-error record of its own
   EXPECT_EQ(JThread::getCurrentThread(), nullptr);
-  EXPECT_EQ(thrownBy([] { JThread::exitThread(); }),
+  EXPECT_EQ(systemFailureOf([] { JThread::exitThread(); }),
             "exitThread is not allowed on a thread that JThread hasn't started");
 }
 
@@ -144,8 +144,8 @@ TEST(Thread, SuspensionTakesEffectAtTheNextWait) {
   task.resume();
   go.set();
   task.stop();
-  EXPECT_EQ(thrownBy([&] { task.suspend(); }), "SuspendThread: 3");
-  EXPECT_EQ(thrownBy([&] { task.resume(); }), "ResumeThread: 3");
+  EXPECT_EQ(systemFailureOf([&] { task.suspend(); }), "SuspendThread: 3");
+  EXPECT_EQ(systemFailureOf([&] { task.resume(); }), "ResumeThread: 3");
   EXPECT_EQ(task.getState(), 1);
 }
 
@@ -184,7 +184,7 @@ TEST(Thread, RefusesToStartTwiceOrToWaitForItself) {
   std::atomic<int> runs{0};
   Task task([&] {
     ++runs;
-    EXPECT_EQ(thrownBy([&] { task.stop(); }), "WaitForSingleObject: 35");  // EDEADLK
+    EXPECT_EQ(systemFailureOf([&] { task.stop(); }), "WaitForSingleObject: 35");  // EDEADLK
     go.wait();
   });
   task.start();
@@ -205,7 +205,7 @@ TEST(Thread, FailedStartLeavesNothingBehind) {
     Task task([&] { ++runs; });
     {
       const ThreadFault fault(nth, EAGAIN);
-      EXPECT_EQ(thrownBy([&] { task.start(-1); }), thrown[nth - 1]);
+      EXPECT_EQ(systemFailureOf([&] { task.start(-1); }), thrown[nth - 1]);
     }
     EXPECT_EQ(task.getState(), 0);
     EXPECT_EQ(task.getThreadId(), 0U);
@@ -265,12 +265,12 @@ TEST(Thread, PrioritiesAndAffinityReachTheSystem) {
   EXPECT_EQ(task.getPriority(), 15);
   EXPECT_EQ(JThread::getCurrentPriority(), 0);
   task.setAffinity(0xFFFFFFFF);
-  EXPECT_EQ(thrownBy([&] { task.setAffinity(0); }), "SetThreadAffinityMask(0x0): 22");
-  EXPECT_EQ(thrownBy([&] { JThread::setCurrentAffinity(0); }), "SetThreadAffinityMask(0x0): 22");
+  EXPECT_EQ(systemFailureOf([&] { task.setAffinity(0); }), "SetThreadAffinityMask(0x0): 22");
+  EXPECT_EQ(systemFailureOf([&] { JThread::setCurrentAffinity(0); }), "SetThreadAffinityMask(0x0): 22");
   go.set();
   task.stop();
-  EXPECT_EQ(thrownBy([&] { task.setPriority(1); }), "SetThreadPriority: 3");
-  EXPECT_EQ(thrownBy([&] { task.setAffinity(0xF0); }), "SetThreadAffinityMask(0xf0): 3");
+  EXPECT_EQ(systemFailureOf([&] { task.setPriority(1); }), "SetThreadPriority: 3");
+  EXPECT_EQ(systemFailureOf([&] { task.setAffinity(0xF0); }), "SetThreadAffinityMask(0xf0): 3");
   EXPECT_EQ(task.getPriority(), 0);
 }
 
@@ -322,11 +322,11 @@ TEST(ThreadLocalStorage, WithoutASlotIsInvalidAndSaysSo) {
   } while (all.back()->isValid());
   EXPECT_THAT(all, SizeIs(4097));
   EXPECT_TRUE(log.has(9, "Maximum TLS indexes reached!"));
-  EXPECT_EQ(thrownBy([&] { all.back()->getValue(); }), "cannot get TLS value...");
+  EXPECT_EQ(systemFailureOf([&] { all.back()->getValue(); }), "cannot get TLS value...");
   EXPECT_TRUE(log.has(11, "ASSERTION FAILED (ERROR_SUCCESS==error)"));
   EXPECT_TRUE(log.has(11, format("Cannot get TLS value for thread %x (%u)!", JThread::getCurrentThreadId(),
                                  unsigned{EINVAL})));
-  EXPECT_EQ(thrownBy([&] { all.back()->setValue(nullptr); }), "TlsSetValue: 22");
+  EXPECT_EQ(systemFailureOf([&] { all.back()->setValue(nullptr); }), "TlsSetValue: 22");
   all.clear();
   EXPECT_TRUE(JThreadLocalStorage().isValid());
 }

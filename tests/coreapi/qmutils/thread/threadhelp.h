@@ -12,6 +12,7 @@
 #include "coreapi/platform/faultseam.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/thread/jthread.h"
+#include "tests/support/thrownby.h"
 
 namespace qm_test {
 
@@ -68,17 +69,9 @@ inline void untilAsleep(const JThread& thread) {
 
 /// What a call throws: "function: code" of a JSysError, the text of another error, empty when nothing.
 template <class Call>
-std::string thrownBy(const Call& call) {
-  try {
-    call();
-    return {};
-  } catch (JSysError* pError) {
-    const qm_err::CaughtError error(pError);
-    return std::string(pError->getFunction()) + ": " + std::to_string(pError->getCode());
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return error->getMessage();
-  }
+std::string systemFailureOf(Call call) {
+  const auto [uCode, sText] = failureOf(call);
+  return uCode != 0 ? sText + ": " + std::to_string(uCode) : sText;
 }
 
 /// Makes the n-th fallible call of threads and waits fail for a scope.

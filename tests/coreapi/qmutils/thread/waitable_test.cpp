@@ -9,9 +9,9 @@
 namespace {
 
 using qm_test::Crew;
+using qm_test::systemFailureOf;
 using qm_test::Task;
 using qm_test::ThreadFault;
-using qm_test::thrownBy;
 using qm_test::untilAsleep;
 
 TEST(Flag, AutoResetClearsWithOneWaitAndManualResetStays) {
@@ -102,7 +102,7 @@ TEST(Semaphore, ReleaseAddsAllOrNothing) {
   };
   for (const auto& row : rows) {
     JSemaphore semaphore(row.initial, row.maximum);
-    EXPECT_EQ(thrownBy([&] { EXPECT_EQ(semaphore.release(row.count), row.initial); }), row.thrown);
+    EXPECT_EQ(systemFailureOf([&] { EXPECT_EQ(semaphore.release(row.count), row.initial); }), row.thrown);
     for (int i = 0; i < row.left; ++i) {
       EXPECT_TRUE(semaphore.wait(0));
     }
@@ -128,7 +128,7 @@ TEST(Semaphore, UnitsAreConservedUnderLoad) {
   };
   const auto produceFirst = [&] {
     for (int i = 0; i < kUnits;) {
-      if (thrownBy([&] { first.release(1); }).empty()) {
+      if (systemFailureOf([&] { first.release(1); }).empty()) {
         ++i;
       } else {
         std::this_thread::yield();
@@ -327,7 +327,7 @@ TEST(Wait, FailuresNameTheFunctionAndTakeNothing) {
   };
   for (const auto& row : rows) {
     const ThreadFault fault(row.fault ? 1 : 0, EMFILE);
-    EXPECT_EQ(thrownBy(row.call), row.thrown);
+    EXPECT_EQ(systemFailureOf(row.call), row.thrown);
   }
   EXPECT_EQ(all.wait(), 0U);
 }

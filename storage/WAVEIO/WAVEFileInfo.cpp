@@ -1,0 +1,7 @@
+#include "storage/WAVEIO/WAVEFileInfo.h"
+
+#include <utility>
+
+WAVEFileInfo::WAVEFileInfo(std::string sFileName) : FileInfo(std::move(sFileName)) {
+  resetStreams(1);
+}
