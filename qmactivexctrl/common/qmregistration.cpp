@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstddef>
-#include <ranges>
 #include <string_view>
 #include <vector>
 
@@ -114,13 +113,13 @@ void registerControl(const std::string& sModule) {
 
 void unregisterControl() {
   JSystemRegistryKey classes = openClasses();
-  for (const Entry& entry : std::views::reverse(kScript)) {
-    switch (entry.eMark) {
+  for (auto it = kScript.rbegin(); it != kScript.rend(); ++it) {
+    switch (it->eMark) {
       case Mark::kPlain:
-        removePlain(classes, entry);
+        removePlain(classes, *it);
         break;
       case Mark::kForceRemove:
-        classes.deleteKey(entry.szKey);
+        classes.deleteKey(it->szKey);
         break;
       case Mark::kNoRemove:
         break;
