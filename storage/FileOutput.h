@@ -72,7 +72,7 @@ class FileOutput {
 
   /// Hands the description over to the caller, who deletes it after the writer. It goes on growing until
   /// then.
-  FileInfo* detachFileInfo() noexcept;
+  [[nodiscard]] FileInfo* detachFileInfo() noexcept;
 
  protected:
   FileOutput(std::unique_ptr<JSocket> pSocket, std::unique_ptr<FileInfo> pFileInfo);

@@ -98,9 +98,11 @@ TEST(AviOutput, HoldsOneStreamAlone) {
   EXPECT_EQ(sFile.substr(32, 56),
             le(1000000, 4) + le(4000000, 4) + le(2, 4) + le(0x10030, 4) + zeros(8) + le(1, 4) + zeros(28));
 
+  std::unique_ptr<FileInfo> pInfo;
   AVIOutput output(std::make_unique<JFileSocket>(dir.path("a"), JFileSocket::kWrite, true), "");
   output.addVideoStream(qm_ci::QMVideoInfoNoXml(*videoStream().getVideoInfo()), nullptr);
-  EXPECT_EQ(output.detachFileInfo()->getFirstVideoStream(), 1U);
+  pInfo.reset(output.detachFileInfo());
+  EXPECT_EQ(pInfo->getFirstVideoStream(), 1U);
   EXPECT_EQ(thrownBy([&] { output.addStream(audioStream()); }), "the file is started already");
 }
 
@@ -152,8 +154,9 @@ TEST(WaveOutput, WritesWhatPlayersPlay) {
     write(*pOutput, 1, {sAudio.substr(0, 1000), 1, 1, 1, 0});
     write(*pOutput, 1, {"signature", 1, 1, 6, 0});
     write(*pOutput, 1, {sAudio.substr(1000), 2, 2, 1, 0});
-    EXPECT_EQ(pOutput->detachFileInfo()->getStream(1)->getCount(), wave.uSteps);
+    const std::unique_ptr<FileInfo> pInfo(pOutput->detachFileInfo());
     pOutput.reset();
+    EXPECT_EQ(pInfo->getStream(1)->getCount(), wave.uSteps);
     EXPECT_EQ(readFile(sPath), "RIFF" + le(wave.bytes + wave.sFact.size() + 36, 4) + "WAVE" +
                                    chunk("fmt ", wave.sFormat) + wave.sFact + "data" + le(wave.bytes, 4) +
                                    sAudio);
