@@ -89,3 +89,15 @@ void JFileSocket::CommitUpdateWithRollBack(std::unique_ptr<JFileSocket> pSocket,
     error.rethrow();
   }
 }
+
+void JFileSocket::ReplaceWithRollBack(const std::string& sPath,
+                                      const std::function<void(JFileSocket&)>& write) {
+  std::unique_ptr<JFileSocket> pSocket = OpenUpdateWithRollBack(sPath);
+  try {
+    write(*pSocket);
+  } catch (...) {
+    qm_platform::deleteFile(workFileOf(sPath));
+    throw;
+  }
+  CommitUpdateWithRollBack(std::move(pSocket), sPath);
+}
