@@ -120,7 +120,8 @@ class JFileSocket : public JSocket {
 
   /// Opens a path for reading, and deletes what interrupted updates have left: every file beside it whose
   /// name is the path's and goes on with ".", but those that somebody has open through this class, in this
-  /// process or another. A failure to delete is logged. Throws as the constructor, with nothing deleted.
+  /// process or another. A failure to delete is logged. Throws as the constructor, with nothing deleted, but
+  /// sharing that is denied (EAGAIN) only when that lasts for a second.
   static std::unique_ptr<JFileSocket> OpenReadWithRollBack(const std::string& sPath);
 
   /// Puts the work file of `OpenUpdateWithRollBack` in the path's place. A failure is logged and swallowed;

@@ -291,6 +291,15 @@ TEST_F(FileOperations, OpeningClearsLeftoversButNoUpdateInWork) {
   EXPECT_TRUE(fs::exists(path("log.1234")));
 }
 
+TEST_F(FileOperations, ReaderWaitsForAnotherThatTookTheNewFileForALeftover) {
+  const std::string sPath = m_dir.write("log", "new");
+  failFileCall(3, FaultKind::kError, EWOULDBLOCK);  // opened, asked about, and not locked
+  const auto pRead = JFileSocket::OpenReadWithRollBack(sPath);
+  EXPECT_TRUE(qm_platform::disarmFaults());
+  char buffer[8];
+  EXPECT_EQ(std::string(buffer, pRead->read(buffer, sizeof buffer)), "new");
+}
+
 TEST_F(FileOperations, UpdatesOutliveReadersThatClearUp) {
   const std::string sPath = "/dev/shm/qm_updates_" + std::to_string(getpid());
   std::ofstream(sPath) << std::string(1000, '0');
