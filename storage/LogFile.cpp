@@ -86,9 +86,8 @@ void LogFile::replace(const std::string& sContent) {
   if (std::exchange(m_sStored, std::nullopt) == sContent) {
     return;
   }
-  std::unique_ptr<JFileSocket> pFile = JFileSocket::OpenUpdateWithRollBack(m_sName);
-  pFile->write(sContent.data(), sContent.size());
-  JFileSocket::CommitUpdateWithRollBack(std::move(pFile), m_sName);
+  JFileSocket::ReplaceWithRollBack(m_sName,
+                                   [&](JOSocket& file) { file.write(sContent.data(), sContent.size()); });
 }
 
 void LogFile::forEachLine(const std::string& sName, const TakeLine& takeLine) {

@@ -271,8 +271,15 @@ int deleteOpened(int descriptor, const std::string& path) noexcept {
 
 int removeUnused(const std::string& path) noexcept {
   int error = 0;
-  const int descriptor = uninterrupted(
-      error, [&](bool) { return ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); });
+  const auto open = [&](int access) {
+    return uninterrupted(
+        error, [&](bool) { return ::open(path.c_str(), access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); });
+  };
+  // A network's file system locks a file exclusively only where it is open for writing.
+  int descriptor = open(O_RDWR);
+  if (error == EACCES || error == EPERM || error == ETXTBSY) {
+    descriptor = open(O_RDONLY);
+  }
   if (error == ELOOP) {  // a symbolic link: nobody has it open
     return errorOfCall([&] { return ::unlink(path.c_str()); });
   }

@@ -23,6 +23,9 @@ namespace {
 /// Directories inside each other that a removal goes into: each holds a descriptor meanwhile.
 constexpr int kDeepestTree = 1000;
 
+/// Permission bits that a copy takes over.
+constexpr mode_t kPermissionBits = S_IRWXU | S_IRWXG | S_IRWXO;
+
 /// Bytes of one step of a copy.
 constexpr std::size_t kCopyStep = 1024 * 1024;
 
@@ -123,7 +126,7 @@ int copyBytes(int from, int to) {
 /// Gives a copy the permissions and the time of the last write of its origin, and syncs it.
 int finishCopy(int to, const struct stat& origin) noexcept {
   const timespec times[] = {{0, UTIME_OMIT}, origin.st_mtim};
-  int error = errorOfCall([&] { return ::fchmod(to, origin.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)); });
+  int error = errorOfCall([&] { return ::fchmod(to, origin.st_mode & kPermissionBits); });
   if (error == EPERM || error == EOPNOTSUPP) {
     error = 0;  // a file system without permissions
   }
@@ -166,7 +169,10 @@ int copyUnderWorkName(int from, const struct stat& origin, const std::string& to
   const std::string work = directoryOf(to) + "/.qmcopy." + std::to_string(threadId());
   deleteFile(work);  // left by a thread of this number that was stopped
   Opened copy;
-  int error = copy.open(work, {.access = FileAccess::kWrite, .creation = FileCreation::kNew});
+  // From the first byte on nobody may read the copy who may not read its origin.
+  int error = copy.open(work, {.access = FileAccess::kWrite,
+                               .creation = FileCreation::kNew,
+                               .permissions = (origin.st_mode & kPermissionBits) | S_IWUSR});
   if (error == EEXIST) {
     return error;
   }

@@ -16,6 +16,7 @@ constexpr SocketError kSocketNotSocket = 10038;
 constexpr SocketError kSocketMessageSize = 10040;
 constexpr SocketError kSocketFamilyNotSupported = 10047;
 constexpr SocketError kSocketNotConnected = 10057;
+constexpr SocketError kSocketConnectionRefused = 10061;
 constexpr SocketError kSocketHostNotFound = 11001;
 constexpr SocketError kSocketTryAgain = 11002;
 constexpr SocketError kSocketNoRecovery = 11003;

@@ -1,5 +1,6 @@
 #include "coreapi/qmutils/log/telnetserver.h"
 
+#include <algorithm>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -58,12 +59,17 @@ bool isThere(JSocket& client) {
   }
 }
 
-/// Writes a text to a client. False when it is gone or too slow.
-bool writeTo(JSocket& client, std::string_view text) {
-  const std::int64_t iEnd =
-      qm_platform::steadyClockNanoseconds() + TelnetServer::kWriteTimeout * kNanosecondsPerMillisecond;
+/// Milliseconds until a time of the steady clock, 1 at least: what can be had at once is had then.
+std::int32_t millisecondsTo(std::int64_t iEnd) {
+  const std::int64_t iLeft = (iEnd - qm_platform::steadyClockNanoseconds()) / kNanosecondsPerMillisecond;
+  return static_cast<std::int32_t>(std::max<std::int64_t>(iLeft, 1));
+}
+
+/// Writes a text to a client until a time of the steady clock. False when it is gone or too slow.
+bool writeTo(JSocket& client, std::string_view text, std::int64_t iEnd) {
   try {
     while (!text.empty()) {
+      client.setWriteTimeout(millisecondsTo(iEnd));
       text.remove_prefix(client.write(text.data(), text.size()));
       if (!text.empty() && qm_platform::steadyClockNanoseconds() >= iEnd) {
         return false;
@@ -152,7 +158,6 @@ void TelnetServer::run() {
 }
 
 void TelnetServer::add(std::unique_ptr<JSocket> pClient) {
-  pClient->setWriteTimeout(kWriteTimeout);
   pClient->setReadTimeout(0);
   const JAutoLock lock(m_mutex);
   std::erase_if(m_clients, [](const auto& pOther) { return !isThere(*pOther); });
@@ -163,7 +168,9 @@ void TelnetServer::add(std::unique_ptr<JSocket> pClient) {
 
 void TelnetServer::write(const std::string& sText) {
   const JAutoLock lock(m_mutex);
-  std::erase_if(m_clients, [&](const auto& pClient) { return !writeTo(*pClient, sText); });
+  const std::int64_t iEnd =
+      qm_platform::steadyClockNanoseconds() + kWriteTimeout * kNanosecondsPerMillisecond;
+  std::erase_if(m_clients, [&](const auto& pClient) { return !writeTo(*pClient, sText, iEnd); });
 }
 
 std::size_t TelnetServer::getClientCount() {

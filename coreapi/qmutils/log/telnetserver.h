@@ -14,8 +14,9 @@ namespace qm_utils {
 /// Takes TCP clients on a port, and writes lines to all of them. Outputs for the same interface and port
 /// share one server.
 ///
-/// A client that is gone, or that doesn't take a line within `kWriteTimeout`, is dropped. What clients send
-/// is read and thrown away. Further ones than `kMaxClients` are turned away.
+/// A client that is gone is dropped, and so is one that doesn't take a line within `kWriteTimeout`, which all
+/// clients share: many that don't read hold the log up no longer than one. What clients send is read and
+/// thrown away. Further ones than `kMaxClients` are turned away.
 ///
 /// Any thread may write. Nothing is logged while the list of clients is locked: the log may be waiting for
 /// just that.

@@ -197,9 +197,9 @@ void JSystemRegistryKey::reload() {
 void JSystemRegistryKey::save(const std::string& sFile) const {
   reading("RegSaveKey", sFile);
   asCall("RegSaveKey", m_root, sFile, [&] {
-    std::unique_ptr<JFileSocket> pFile = JFileSocket::OpenUpdateWithRollBack(sFile);
-    qm_utils::exportRegistry(*pFile, qm_utils::fullPath(m_root, m_sPath));
-    JFileSocket::CommitUpdateWithRollBack(std::move(pFile), sFile);
+    JFileSocket::ReplaceWithRollBack(sFile, [&](JOSocket& socket) {
+      qm_utils::exportRegistry(socket, qm_utils::fullPath(m_root, m_sPath));
+    });
   });
 }
 

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "coreapi/platform/filepath.h"
 #include "coreapi/platform/systemdirectory.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/registry/jlightreg.h"
@@ -48,14 +49,6 @@ void clearBranch() {
   }
 }
 
-/// Puts what `work` writes in the place of a file, durably.
-template <typename Work>
-void replaceFile(const std::string& sPath, Work work) {
-  std::unique_ptr<JFileSocket> pFile = JFileSocket::OpenUpdateWithRollBack(sPath);
-  work(*pFile);
-  JFileSocket::CommitUpdateWithRollBack(std::move(pFile), sPath);
-}
-
 /// Fails when the branch holds what the file would give back in another form, or not at all. Keys in memory,
 /// and names without quotes in a file that was written by hand, may hold anything.
 void requireTextForm() {
@@ -78,14 +71,15 @@ void requireTextForm() {
 void writeBranch(const std::string& sPath) {
   JLightRegistryKey().create(RegistryRoot::kLocalMachine, RegistryFile::kBranch);
   requireTextForm();
-  replaceFile(sPath, [](JOSocket& socket) {
+  JFileSocket::ReplaceWithRollBack(sPath, [](JOSocket& socket) {
     exportRegistry(lightRegistryTree(), socket, fullPath(RegistryRoot::kLocalMachine, RegistryFile::kBranch));
   });
 }
 
 void makeEmptyFile(const std::string& sPath) {
-  createDirectories(sPath.substr(0, sPath.rfind('/')));
-  replaceFile(sPath, [](JOSocket& socket) { socket.write(kEmptyText.data(), kEmptyText.size()); });
+  createDirectories(qm_platform::directoryOf(sPath));
+  JFileSocket::ReplaceWithRollBack(
+      sPath, [](JOSocket& socket) { socket.write(kEmptyText.data(), kEmptyText.size()); });
 }
 
 }  // namespace

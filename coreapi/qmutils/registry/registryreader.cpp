@@ -177,9 +177,12 @@ void TextReader::takeValue(std::string_view line) {
   std::vector<std::uint8_t> bytes;
   if (takeMark(text, "\"")) {
     m_pKey->setString(sName, std::string(text.substr(0, text.size() - (text.ends_with('"') ? 1 : 0))));
-  } else if (takeMark(text, kDwordMark) && takeHex(text, uNumber)) {
+    return;
+  }
+  const bool bNumber = takeMark(text, kDwordMark);
+  if (bNumber && takeHex(text, uNumber)) {
     m_pKey->setDword(sName, uNumber);
-  } else if (takeMark(text, kHexMark) && readBytes(text, bytes)) {
+  } else if (!bNumber && takeMark(text, kHexMark) && readBytes(text, bytes)) {
     m_pKey->setBinary(sName, bytes.data(), bytes.size());
   } else {
     fail("unknown key format at", line, "\n");

@@ -1,4 +1,6 @@
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include "coreapi/platform/fileaccess.h"
 #include "coreapi/platform/filepath.h"
@@ -11,6 +13,26 @@
 #include "coreapi/qmutils/socket/jfilesocket.h"
 
 namespace {
+
+/// How often, and how many milliseconds apart, a file is asked for that somebody else has locked.
+constexpr int kMostTries = 1000;
+constexpr std::chrono::milliseconds kTryAgain{1};
+
+/// Opens a stored file. Who looks for leftovers may have taken it for one before it got its name, and then
+/// holds the lock on it for a moment.
+std::unique_ptr<JFileSocket> openStored(const std::string& sPath) {
+  for (int i = 1;; ++i) {
+    try {
+      return std::make_unique<JFileSocket>(sPath, JFileSocket::kRead, true);
+    } catch (JSysError* pError) {
+      qm_err::CaughtError error(pError);
+      if (pError->getCode() != EAGAIN || i == kMostTries) {
+        error.rethrow();
+      }
+    }
+    std::this_thread::sleep_for(kTryAgain);
+  }
+}
 
 std::string workFileOf(const std::string& sPath) {
   return sPath + "." + std::to_string(qm_platform::threadId());
@@ -49,7 +71,7 @@ std::unique_ptr<JFileSocket> JFileSocket::OpenUpdateWithRollBack(const std::stri
 }
 
 std::unique_ptr<JFileSocket> JFileSocket::OpenReadWithRollBack(const std::string& sPath) {
-  auto pSocket = std::make_unique<JFileSocket>(sPath, kRead, true);
+  std::unique_ptr<JFileSocket> pSocket = openStored(sPath);
   try {
     removeLeftovers(sPath);
   } catch (JError* pError) {
@@ -88,4 +110,16 @@ void JFileSocket::CommitUpdateWithRollBack(std::unique_ptr<JFileSocket> pSocket,
     qm_platform::deleteFile(sWork);  // it isn't there where only the directory couldn't be synced
     error.rethrow();
   }
+}
+
+void JFileSocket::ReplaceWithRollBack(const std::string& sPath,
+                                      const std::function<void(JFileSocket&)>& write) {
+  std::unique_ptr<JFileSocket> pSocket = OpenUpdateWithRollBack(sPath);
+  try {
+    write(*pSocket);
+  } catch (...) {
+    qm_platform::deleteFile(workFileOf(sPath));
+    throw;
+  }
+  CommitUpdateWithRollBack(std::move(pSocket), sPath);
 }

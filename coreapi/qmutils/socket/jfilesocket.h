@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -97,9 +98,9 @@ class JFileSocket : public JSocket {
 
   /// Maps a part of the file into memory, shared with the file, and returns its first byte; `munmap` ends it,
   /// and it may outlive the socket. The part must lie inside the file as it is now, and the file mustn't
-  /// shrink while the view is in use. Throws "CreateFileMapping" (the file can't be mapped or is empty),
-  /// "MapViewOfFile" (EINVAL: not inside the file, or no bytes), and "mmap with length > 4GB" (ENOTSUP) when
-  /// the length, with the bytes from the page's start to `uOffset`, is 4 GiB or more.
+  /// shrink while the view is in use. Throws "CreateFileMapping" (the file can't be mapped, isn't open for it
+  /// or is empty), "MapViewOfFile" (EINVAL: not inside the file, or no bytes), and "mmap with length > 4GB"
+  /// (ENOTSUP) when the length, with the bytes from the page's start to `uOffset`, is 4 GiB or more.
   void* mmap(std::uint64_t uOffset, std::uint64_t uLength, bool bWritable);
 
   /// Ends a view, of whatever file. Any thread. Throws "UnmapViewOfFile"; EINVAL for an address that `mmap`
@@ -119,7 +120,8 @@ class JFileSocket : public JSocket {
 
   /// Opens a path for reading, and deletes what interrupted updates have left: every file beside it whose
   /// name is the path's and goes on with ".", but those that somebody has open through this class, in this
-  /// process or another. A failure to delete is logged. Throws as the constructor, with nothing deleted.
+  /// process or another. A failure to delete is logged. Throws as the constructor, with nothing deleted, but
+  /// sharing that is denied (EAGAIN) only when that lasts for a second.
   static std::unique_ptr<JFileSocket> OpenReadWithRollBack(const std::string& sPath);
 
   /// Puts the work file of `OpenUpdateWithRollBack` in the path's place. A failure is logged and swallowed;
@@ -132,6 +134,10 @@ class JFileSocket : public JSocket {
   /// and the work file is gone, unless nothing but the directory's flush has failed, after which the new file
   /// stands and may be lost with the power.
   static void CommitUpdateWithRollBack(std::unique_ptr<JFileSocket> pSocket, const std::string& sPath);
+
+  /// A whole update: `write` writes the new contents. Throws what it throws, and as opening and committing; a
+  /// failed update leaves no work file.
+  static void ReplaceWithRollBack(const std::string& sPath, const std::function<void(JFileSocket&)>& write);
 
  protected:
   /// As the public constructor; `how` says what the mode doesn't. Transfers that are to go past the system's

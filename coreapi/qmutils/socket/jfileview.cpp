@@ -57,8 +57,9 @@ void* JFileSocket::mmap(std::uint64_t uOffset, std::uint64_t uLength, bool bWrit
   checkRange(m_iFile, uOffset, uLength);
   const auto uSize = static_cast<std::size_t>(uLength + uSlack);
   void* pStart = nullptr;
-  qm_utils::checkFile(qm_platform::mapFile(m_iFile, uOffset - uSlack, uSize, bWritable, pStart),
-                      "MapViewOfFile");
+  const int iError = qm_platform::mapFile(m_iFile, uOffset - uSlack, uSize, bWritable, pStart);
+  // EACCES: the file isn't open for what the view is to do.
+  qm_utils::checkFile(iError, iError == EACCES ? "CreateFileMapping" : "MapViewOfFile");
   void* const pAddress = static_cast<char*>(pStart) + uSlack;
   try {
     const JAutoLock lock(views().mutex);

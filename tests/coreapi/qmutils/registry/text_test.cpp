@@ -80,6 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
         TextRow{"UnknownFormat", "[@]\na=1\n", "unknown key format at a=1\n", ""},
         TextRow{"BlankBeforeTheFormat", "[@]\na= dword:1\n", "unknown key format at a= dword:1\n", ""},
         TextRow{"NoNumber", "[@]\na=dword:g\n", "unknown key format at a=dword:g\n", ""},
+        TextRow{"BytesForANumber", "[@]\na=dword:hex:07\n", "unknown key format at a=dword:hex:07\n", ""},
         TextRow{"NumberTooLarge", "[@]\na=dword:100000000\n", "unknown key format at a=dword:100000000\n",
                 ""},
         TextRow{"NoByte", "[@]\na=hex:1,100\n", "unknown key format at a=hex:1,100\n", ""},

@@ -213,15 +213,17 @@ TEST_F(FileOperations, MoveAndCopyRefuseWhatWouldDestroy) {
 TEST_F(FileOperations, UpdatePutsTheNewFileInPlaceOrKeepsTheOld) {
   const std::string sPath = path("log");
   const std::string sWork = sPath + "." + std::to_string(qm_platform::threadId());
+  bool bOpened = false;
   bool bReported = false;
   const auto update = [&] {
     m_dir.write("log", "old");
     std::ofstream(sWork) << "a longer leftover of this thread's number";
     fs::permissions(sPath, fs::perms(0600));
-    bReported = false;
-    auto pSocket = JFileSocket::OpenUpdateWithRollBack(sPath);
-    pSocket->write("new", 3);
-    JFileSocket::CommitUpdateWithRollBack(std::move(pSocket), sPath);
+    bOpened = bReported = false;
+    JFileSocket::ReplaceWithRollBack(sPath, [&](JOSocket& file) {
+      bOpened = true;
+      file.write("new", 3);
+    });
     bReported = true;
   };
   for (const FaultKind kind : {FaultKind::kInterrupt, FaultKind::kShort, FaultKind::kError}) {
@@ -233,9 +235,7 @@ TEST_F(FileOperations, UpdatePutsTheNewFileInPlaceOrKeepsTheOld) {
         EXPECT_TRUE(bReported);
         EXPECT_EQ(fs::status(sPath).permissions(), fs::perms(0600));
       }
-      if (sThrown.starts_with("FlushFileBuffers") || sThrown.starts_with("MoveFileEx")) {
-        EXPECT_FALSE(fs::exists(sWork));
-      }
+      EXPECT_FALSE(bOpened && fs::exists(sWork));
     };
     failEachFileCall(kind, EIO, update, check);
   }
@@ -289,6 +289,15 @@ TEST_F(FileOperations, OpeningClearsLeftoversButNoUpdateInWork) {
   fs::remove(sPath);
   EXPECT_FAILURE("CreateFile(\"" + sPath + "\")", ENOENT, JFileSocket::OpenReadWithRollBack(sPath));
   EXPECT_TRUE(fs::exists(path("log.1234")));
+}
+
+TEST_F(FileOperations, ReaderWaitsForAnotherThatTookTheNewFileForALeftover) {
+  const std::string sPath = m_dir.write("log", "new");
+  failFileCall(3, FaultKind::kError, EWOULDBLOCK);  // opened, asked about, and not locked
+  const auto pRead = JFileSocket::OpenReadWithRollBack(sPath);
+  EXPECT_TRUE(qm_platform::disarmFaults());
+  char buffer[8];
+  EXPECT_EQ(std::string(buffer, pRead->read(buffer, sizeof buffer)), "new");
 }
 
 TEST_F(FileOperations, UpdatesOutliveReadersThatClearUp) {
