@@ -7,9 +7,8 @@
 //                                    the order in which they stand; for the record
 //   answer to rows, a million rows   rows a second, against 200,000 rows
 //   memory of an answer              peak of a process that does it, line included, for each byte of the line
-//   unite, intersect, subtract       a new list of two of a million spans, against a new set of Boost.ICL,
-//   and
-//                                    against std::merge
+//   unite, intersect, subtract       a new list of two of a million spans, against a new set of Boost.ICL;
+//                                    "merging": against std::merge of the same lists
 //   glob, both doubled               time of a pattern of many stars that fails at its end, for a pattern and
 //                                    a text of twice the length; 4 is in step with pattern times text
 

@@ -32,7 +32,8 @@ bool haveSamePairs(const JParams& left, const JParams& right) {
   });
 }
 
-/// Whether the pairs can be read back from their text: a name may hold what the text has no room for.
+/// Whether the pairs can be read back from their text: a name may hold what the text has no room for, and the
+/// text of an infinite number is none that a list can hold.
 bool canBeStored(const JParams& pairs) {
   std::string sText;
   pairs.toText(sText);
@@ -44,6 +45,13 @@ bool canBeStored(const JParams& pairs) {
     return false;
   }
   return qm_storage::fitsInLine(sText) && read.getNames() == pairs.getNames();
+}
+
+/// Throws JTextError for pairs that would be lost with their record when the file is read again.
+void checkStorable(const JParams& pairs) {
+  if (!canBeStored(pairs)) {
+    QM_THROW(JTextError, "Metadata holds a key or a value that can't be stored");
+  }
 }
 
 /// A date of a file. Those of clocks that weren't set, and open ends, become the current time.
@@ -239,6 +247,9 @@ void MetaDataLog::join(std::uint64_t uGap) {
 void MetaDataLog::addMetaData(const std::string& sPairs, const TimeSpan& span, bool bSave) {
   JParams pairs;
   pairs.parse(sPairs);
+  if (bSave) {
+    checkStorable(pairs);
+  }
   SpanChange(m_records, span, pairs.isEmpty() ? nullptr : &pairs).apply([&pairs](JParams& old) {
     old.merge(pairs);
   });
@@ -271,9 +282,7 @@ void MetaDataLog::addRecord(std::unique_ptr<ArchiveLogRecord> pRecord, bool bSav
   }
   if (bSave) {
     m_file.checkReplaceable();
-    if (!canBeStored(pMetaData->metaData)) {
-      QM_THROW(JTextError, "A key of metadata holds what can't be stored");
-    }
+    checkStorable(pMetaData->metaData);
   }
   static_cast<void>(pRecord.release());
   m_records.append(std::unique_ptr<MetaDataLogRecord>(pMetaData));

@@ -64,7 +64,8 @@ class MetaDataLog : public ArchiveLog, public JRPCObject {
   void init(const std::string& sFileName);
 
   /// Adds pairs, a parameter list, to all that lies in a span; a key that is there takes the new value.
-  /// Throws JVariant::SyntaxError, and nothing changes.
+  /// Throws JVariant::SyntaxError when they are none, and with `bSave` JTextError when the file can't hold
+  /// them (an infinite number); nothing changes then.
   void addMetaData(const std::string& sPairs, const TimeSpan& span, bool bSave);
 
   /// Removes keys, given as globs, from all that lies in a span; the single name "*" removes all. A piece
@@ -77,8 +78,8 @@ class MetaDataLog : public ArchiveLog, public JRPCObject {
   const MetaDataLogRecord* getNext() const override { return m_records.next(); }
 
   /// Inserts a record as it is: the caller sees to it that spans don't overlap. Null, and a record that is no
-  /// MetaDataLogRecord, fail an assertion and add nothing. With `bSave`, keys that the file can't hold throw
-  /// JTextError, and nothing changes.
+  /// MetaDataLogRecord, fail an assertion and add nothing. With `bSave`, keys and values that the file can't
+  /// hold throw JTextError, and nothing changes.
   void addRecord(std::unique_ptr<ArchiveLogRecord> pRecord, bool bSave) override;
 
   /// A record of another log fails an assertion, and nothing changes.

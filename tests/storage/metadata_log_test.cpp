@@ -195,6 +195,7 @@ TEST(MetaDataLog, KeepsItsFile) {
   log.addMetaData("a=1", {march(10), march(11)}, true);
   const std::string sLine = "03/03/2011 10:00:00.000000UTC\t03/03/2011 11:00:00.000000UTC\ta=1\r\n";
   EXPECT_EQ(readFile(sFile), sLine);
+  EXPECT_NE(qm_test::thrownBy([&] { log.addMetaData("b=1e999", {march(10), march(11)}, true); }), "");
   auto pOdd = std::make_unique<MetaDataLogRecord>();
   pOdd->metaData.add("no name", 1);
   EXPECT_NE(qm_test::thrownBy([&] { log.addRecord(std::move(pOdd), true); }), "");
