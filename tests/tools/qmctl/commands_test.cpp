@@ -162,6 +162,7 @@ TEST(Commands, TurnOptionsOfASearchIntoCriteria) {
 
 TEST(Commands, EndWithTheStatusOfTheirFailure) {
   SmallArchive archive;
+  archive.manager.refuse("rpc_unprotect", "");
   struct {
     const char* szName;
     std::vector<std::string> arguments;
@@ -169,6 +170,8 @@ TEST(Commands, EndWithTheStatusOfTheirFailure) {
     std::string sError;  ///< a part of it
   } const rows[] = {
       {"refused", archive.withServer({"erase", "gate", "25", kStart, kEnd}), 1, "qmctl: it is protected\n"},
+      {"refused without a word", archive.withServer({"unprotect", "gate", "25", kStart, kEnd}), 1,
+       "qmctl: the Manager refused and gave no reason\n"},
       {"no such day", archive.withServer({"search", "--start", "02/31/2011 10:00:00.000000UTC"}), 2,
        "not a date"},
       {"bad date in the criteria", archive.withServer({"search", "EndDate=\"now\""}), 2, "not a date: 'now'"},
