@@ -169,7 +169,8 @@ class IQMStorageAccessCtrl {
   virtual QMStatus AnalyticsStartQuery(std::int32_t QueryId, std::int32_t& Result) = 0;
   virtual QMStatus AnalyticsStopQuery(std::int32_t QueryId, std::int32_t& Result) = 0;
 
-  /// Bytes of a recording between two dates, -1 after a failure.
+  /// The low 32 bits of the bytes of a recording between two dates. 1 after a failure, 0 when the Manager
+  /// refuses or doesn't know, -1 without a link.
   virtual QMStatus GetRecordingSize(const char16_t* SourceName, std::int32_t Fps,
                                     const char16_t* BackupStartDate, const char16_t* BackupEndDate,
                                     std::int32_t& Result) = 0;

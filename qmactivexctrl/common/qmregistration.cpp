@@ -60,12 +60,6 @@ std::string withModule(std::string sValue, const std::string& sModule) {
   return sValue;
 }
 
-JSystemRegistryKey openClasses() {
-  JSystemRegistryKey classes;
-  classes.create(qm_utils::RegistryRoot::kLocalMachine, qm_registration::kClassesKey);
-  return classes;
-}
-
 bool isEmpty(const qm_utils::IRegistryReadAccess& key) {
   std::vector<std::string> keys;
   std::vector<qm_utils::RegistryValue> values;
@@ -97,7 +91,8 @@ void removePlain(JSystemRegistryKey& classes, const Entry& entry) {
 namespace qm_registration {
 
 void registerControl(const std::string& sModule) {
-  JSystemRegistryKey classes = openClasses();
+  JSystemRegistryKey classes;
+  classes.create(qm_utils::RegistryRoot::kLocalMachine, kClassesKey);
   for (const Entry& entry : kScript) {
     if (entry.eMark == Mark::kForceRemove) {
       classes.deleteKey(entry.szKey);
@@ -112,7 +107,10 @@ void registerControl(const std::string& sModule) {
 }
 
 void unregisterControl() {
-  JSystemRegistryKey classes = openClasses();
+  JSystemRegistryKey classes;
+  if (!classes.open(qm_utils::RegistryRoot::kLocalMachine, kClassesKey, qm_utils::kRegistryAllAccess, true)) {
+    return;
+  }
   for (auto it = kScript.rbegin(); it != kScript.rend(); ++it) {
     switch (it->eMark) {
       case Mark::kPlain:

@@ -43,10 +43,10 @@ std::optional<RpcChain> RpcChain::make(std::initializer_list<RpcArgument> argume
     if (!variant) {
       return std::nullopt;
     }
-    if (!chain.m_variants.empty()) {
-      chain.m_variants.back().setNext(chain.m_variants.data() + chain.m_variants.size());
-    }
     chain.m_variants.push_back(std::move(*variant));
+    if (chain.m_variants.size() > 1) {
+      chain.m_variants.rbegin()[1].link(chain.m_variants.back());
+    }
   }
   return chain;
 }

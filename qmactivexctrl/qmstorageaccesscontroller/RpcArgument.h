@@ -28,7 +28,8 @@ struct RpcArgument {
   std::variant<std::int32_t, bool, std::string_view, RpcDate, RpcOpenDate> value;
 };
 
-/// The parameters of one call, linked in their order.
+/// The parameters of one call, linked in their order: the one linked last is the head, so that they go out
+/// from the last to the first.
 class RpcChain {
  public:
   /// Nothing when one of the dates isn't one.
@@ -39,8 +40,8 @@ class RpcChain {
   RpcChain(RpcChain&&) noexcept = default;
   RpcChain& operator=(RpcChain&&) noexcept = default;
 
-  /// The first one; null when there is none.
-  const JVariant* head() const noexcept { return m_variants.empty() ? nullptr : m_variants.data(); }
+  /// The last one; null when there is none.
+  const JVariant* head() const noexcept { return m_variants.empty() ? nullptr : &m_variants.back(); }
 
  private:
   RpcChain() = default;

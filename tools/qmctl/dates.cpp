@@ -12,6 +12,8 @@
 
 namespace {
 
+constexpr const char* kDigits = "0123456789";
+
 /// Walks a date from left to right. From the first part on that isn't there it stays failed.
 class Scanner {
  public:
@@ -21,7 +23,7 @@ class Scanner {
   int number(std::size_t uDigits) {
     int iValue = 0;
     m_bGood = m_bGood && m_sRest.size() >= uDigits &&
-              m_sRest.substr(0, uDigits).find_first_not_of("0123456789") == std::string_view::npos;
+              m_sRest.substr(0, uDigits).find_first_not_of(kDigits) == std::string_view::npos;
     if (m_bGood) {
       std::from_chars(m_sRest.data(), m_sRest.data() + uDigits, iValue);
       m_sRest.remove_prefix(uDigits);
@@ -43,7 +45,7 @@ class Scanner {
 
   /// A decimal fraction of a second, one to six digits, in microseconds.
   int fraction() {
-    const std::size_t uDigits = std::min(m_sRest.find_first_not_of("0123456789"), m_sRest.size());
+    const std::size_t uDigits = std::min(m_sRest.find_first_not_of(kDigits), m_sRest.size());
     m_bGood = m_bGood && uDigits >= 1 && uDigits <= 6;
     int iValue = m_bGood ? number(uDigits) : 0;
     for (std::size_t i = uDigits; i < 6; ++i) {
@@ -77,13 +79,13 @@ std::optional<JTime> parseOwnForm(const std::string& sDate) {
   int iSecond = 0;
   int iMicrosecond = 0;
   JTime time;
-  const std::size_t uBehind = sDate.find_last_of("0123456789");
-  if (uBehind == std::string::npos ||
-      !qm_utils::isValidNtpDate(sDate.c_str(), iMonth, iDay, iYear, iHour, iMinute, iSecond, iMicrosecond) ||
+  if (!qm_utils::isValidNtpDate(sDate.c_str(), iMonth, iDay, iYear, iHour, iMinute, iSecond, iMicrosecond) ||
       !isDayOfMonth(iYear, iMonth, iDay) || !qm_utils::parseNtpDate(sDate.c_str(), time)) {
     return std::nullopt;
   }
-  const std::string_view sSuffix = std::string_view(sDate).substr(uBehind + 1);
+  const std::size_t uLastNumber = sDate.find_first_of(kDigits, sDate.find('.'));
+  const std::string_view sSuffix =
+      std::string_view(sDate).substr(std::min(sDate.find_first_not_of(kDigits, uLastNumber), sDate.size()));
   return sSuffix.empty() || sSuffix == "UTC" ? std::optional(time) : std::nullopt;
 }
 
@@ -101,8 +103,10 @@ std::optional<JTime> parseIsoForm(std::string_view sDate) {
   const int iHour = scanner.number(2);
   scanner.expect(':');
   const int iMinute = scanner.number(2);
-  const int iSecond = scanner.accept(':') ? scanner.number(2) : 0;
-  const int iMicrosecond = scanner.accept('.') ? scanner.fraction() : 0;
+  // A fraction behind the minutes would be one of a minute.
+  const bool bSeconds = scanner.accept(':');
+  const int iSecond = bSeconds ? scanner.number(2) : 0;
+  const int iMicrosecond = bSeconds && scanner.accept('.') ? scanner.fraction() : 0;
   scanner.expect('Z');
   if (!scanner.isDone() || !isDayOfMonth(iYear, iMonth, iDay) || iHour > 23 || iMinute > 59 || iSecond > 59) {
     return std::nullopt;

@@ -71,7 +71,11 @@ void Session::fail() {
       break;
     }
   }
-  throw Failure(kFailed, sText.empty() ? "the operation failed, and the link to the Manager is down" : sText);
+  if (sText.empty()) {
+    sText = isConnected() ? "the Manager refused and gave no reason"
+                          : "the operation failed, and the link to the Manager is down";
+  }
+  throw Failure(kFailed, sText);
 }
 
 void Session::forEachRow(const Query& query, const std::function<void(const std::string& sRow)>& take) {

@@ -21,6 +21,8 @@ std::string valueOf(const std::string& sKey, const std::string& sName = {}) {
 TEST(Registration, EntersItsKeysAndTakesOnlyThemAway) {
   const std::string sProgId = kProgId;
   const std::string sClass = "SOFTWARE\\Classes\\CLSID\\{F6896C2F-489A-46B0-BD71-7C1844E5AEC1}";
+  qm_registration::unregisterControl();
+  EXPECT_EQ(valueOf("SOFTWARE\\Classes"), "no key") << "what isn't there isn't made";
   JSystemRegistryKey foreign;
   foreign.create(kRoot, sClass + "\\Stale");
   foreign.create(kRoot, sProgId + "\\Foreign");

@@ -287,10 +287,11 @@ TEST(Backup, LimitsItsSpan) {
   }
   EXPECT_THAT(
       link.manager.takeRequests(),
-      ElementsAre(R"(rpc_localCopy(SourceName="c", Fps=25, TsBackupStartDate=12943620000000000, )"
-                  R"(TsBackupEndDate=12943879200000000, BackupPath="/x", WithAuthentication=true))",
-                  R"(rpc_getRecordingSize(SourceName="c", Fps=25, TsBackupStartDate=12943620000000000, )"
-                  R"(TsBackupEndDate=12943879200000000, SupportedProtocols="QM_TPKT,QM_RCPY30"))"));
+      ElementsAre(
+          R"(rpc_localCopy(WithAuthentication=true, BackupPath="/x", TsBackupEndDate=12943879200000000, )"
+          R"(TsBackupStartDate=12943620000000000, Fps=25, SourceName="c"))",
+          R"(rpc_getRecordingSize(SupportedProtocols="QM_TPKT,QM_RCPY30", )"
+          R"(TsBackupEndDate=12943879200000000, TsBackupStartDate=12943620000000000, Fps=25, SourceName="c"))"));
   link.manager.answer("rpc_getRecordingSize");
   EXPECT_EQ(link.control.getRecordingSize("c", 25, kStart, kEnd), 0);
   link.manager.refuse("rpc_getRecordingSize", "no");

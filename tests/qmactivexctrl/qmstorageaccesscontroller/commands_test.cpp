@@ -29,37 +29,41 @@ struct Command {
 const Command kCommands[] = {
     {"Protect", 2, [](Control& c, const Dates& d) {
        return c.protect("cam 1", 25, d[0], d[1], kDates[2], "", "by \"op\"\n\xC3\xA9"); },
-     R"(rpc_protect(SourceName="cam 1", Fps=25, TsProtectedStart=12943620000000000, TsProtectedEnd=12943623600000000, )"
-     "TsValidStart=12943627200000001, TsValidEnd=0, Details=\"by \\\"op\\\"\\n\xC3\xA9\")"},
+     "rpc_protect(Details=\"by \\\"op\\\"\\n\xC3\xA9\", TsValidEnd=0, TsValidStart=12943627200000001, "
+     "TsProtectedEnd=12943623600000000, TsProtectedStart=12943620000000000, Fps=25, "
+     R"(SourceName="cam 1"))"},
     {"Protect", 2, [](Control& c, const Dates& d) {
        return c.protect("c", 0, d[0], d[1], "never", "13/01/2011 00:00:00.000000UTC", ""); },
-     R"(rpc_protect(SourceName="c", Fps=0, TsProtectedStart=12943620000000000, TsProtectedEnd=12943623600000000, )"
-     R"(TsValidStart=0, TsValidEnd=0, Details=""))"},
+     R"(rpc_protect(Details="", TsValidEnd=0, TsValidStart=0, TsProtectedEnd=12943623600000000, )"
+     R"(TsProtectedStart=12943620000000000, Fps=0, SourceName="c"))"},
     {"Unprotect", 2, [](Control& c, const Dates& d) { return c.unprotect("cam 1", -1, d[0], d[1]); },
-     R"(rpc_unprotect(SourceName="cam 1", Fps=-1, TsProtectedStart=12943620000000000, TsProtectedEnd=12943623600000000))"},
+     "rpc_unprotect(TsProtectedEnd=12943623600000000, TsProtectedStart=12943620000000000, Fps=-1, "
+     R"(SourceName="cam 1"))"},
     {"Alarm", 3, [](Control& c, const Dates& d) { return c.alarm("cam 1", 25, "door", d[0], d[1], d[2]); },
-     R"(rpc_alarm(SourceName="cam 1", Fps=25, AlarmName="door", TsAlarmIncident=12943620000000000, )"
-     R"(TsAlarmStart=12943623600000000, TsAlarmEnd=12943627200000001))"},
+     "rpc_alarm(TsAlarmEnd=12943627200000001, TsAlarmStart=12943623600000000, "
+     R"(TsAlarmIncident=12943620000000000, AlarmName="door", Fps=25, SourceName="cam 1"))"},
     {"RemoveAlarmByInterval", 2, [](Control& c, const Dates& d) {
        return c.removeAlarmByInterval("c", 25, "door", d[0], d[1]); },
-     R"(rpc_removeAlarmByInterval(SourceName="c", Fps=25, AlarmName="door", TsAlarmStart=12943620000000000, )"
-     R"(TsAlarmEnd=12943623600000000))"},
+     "rpc_removeAlarmByInterval(TsAlarmEnd=12943623600000000, TsAlarmStart=12943620000000000, "
+     R"(AlarmName="door", Fps=25, SourceName="c"))"},
     {"RemoveAlarmByDate", 1, [](Control& c, const Dates& d) { return c.removeAlarmByDate("c", 25, "door", d[0]); },
-     R"(rpc_removeAlarmByDate(SourceName="c", Fps=25, AlarmName="door", TsAlarmIncident=12943620000000000))"},
+     R"(rpc_removeAlarmByDate(TsAlarmIncident=12943620000000000, AlarmName="door", Fps=25, )"
+     R"(SourceName="c"))"},
     {"Erase", 2, [](Control& c, const Dates& d) { return c.erase("c", 25, d[0], d[1]); },
-     R"(rpc_erase(SourceName="c", Fps=25, TsEraseStart=12943620000000000, TsEraseEnd=12943623600000000))"},
+     R"(rpc_erase(TsEraseEnd=12943623600000000, TsEraseStart=12943620000000000, Fps=25, SourceName="c"))"},
     {"SetMetaData", 2, [](Control& c, const Dates& d) { return c.setMetaData("c", 25, d[0], d[1], "a=1,b=\"x\""); },
-     R"(rpc_setMetaData(SourceName="c", Fps=25, TsIntervalStart=12943620000000000, TsIntervalEnd=12943623600000000, )"
-     R"(Params="a=1,b=\"x\""))"},
+     R"(rpc_setMetaData(Params="a=1,b=\"x\"", TsIntervalEnd=12943623600000000, )"
+     R"(TsIntervalStart=12943620000000000, Fps=25, SourceName="c"))"},
     {"UnsetMetaData", 2, [](Control& c, const Dates& d) { return c.unsetMetaData("c", 25, d[0], d[1], "a,b*"); },
-     R"(rpc_unsetMetaData(SourceName="c", Fps=25, TsIntervalStart=12943620000000000, TsIntervalEnd=12943623600000000, )"
-     R"(Params="a,b*"))"},
+     R"(rpc_unsetMetaData(Params="a,b*", TsIntervalEnd=12943623600000000, )"
+     R"(TsIntervalStart=12943620000000000, Fps=25, SourceName="c"))"},
     {"Add File", 0, [](Control& c, const Dates&) { return c.addFile("a.asf", "disk", "cam 1", "", "soon"); },
-     R"(rpc_addFile(FileName="a.asf", DiskSpaceName="disk", SourceName="cam 1", AlarmName="", StartDate="soon"))"},
+     R"(rpc_addFile(StartDate="soon", AlarmName="", SourceName="cam 1", DiskSpaceName="disk", )"
+     R"(FileName="a.asf"))"},
     {"'rpc_hideIntervals'", 0, [](Control& c, const Dates&) { return c.hideIntervals("c", 25, "any )(;text"); },
-     R"(rpc_hideIntervals(SourceName="c", Fps=25, Intervals="any )(;text"))"},
+     R"(rpc_hideIntervals(Intervals="any )(;text", Fps=25, SourceName="c"))"},
     {"'rpc_unhideIntervals'", 0, [](Control& c, const Dates&) { return c.unhideIntervals("c", 25, ""); },
-     R"(rpc_unhideIntervals(SourceName="c", Fps=25, Intervals=""))"},
+     R"(rpc_unhideIntervals(Intervals="", Fps=25, SourceName="c"))"},
 };
 // clang-format on
 

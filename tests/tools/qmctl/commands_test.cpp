@@ -76,42 +76,45 @@ TEST(Commands, LetNoControlCharacterReachTheTerminal) {
 }
 
 TEST(Commands, AskTheManager) {
-  const std::string sSpanned = R"((SourceName="gate", Fps=25, )";
+  const std::string sOfGate = R"(Fps=25, SourceName="gate"))";
   struct {
     std::vector<std::string> arguments;
     std::string sRequest;
   } const rows[] = {
       {{"protect", "gate", "25", kStart, kEnd, "--until", "@12943627200000000", "--details", "a \"b\""},
-       "rpc_protect" + sSpanned +
-           R"(TsProtectedStart=12943620000000000, TsProtectedEnd=12943623600000000, TsValidStart=0, )"
-           R"(TsValidEnd=12943627200000000, Details="a \"b\""))"},
+       R"(rpc_protect(Details="a \"b\"", TsValidEnd=12943627200000000, TsValidStart=0, )"
+       "TsProtectedEnd=12943623600000000, TsProtectedStart=12943620000000000, " +
+           sOfGate},
       {{"unprotect", "gate", "25", kStart, kEnd},
-       "rpc_unprotect" + sSpanned + "TsProtectedStart=12943620000000000, TsProtectedEnd=12943623600000000)"},
+       "rpc_unprotect(TsProtectedEnd=12943623600000000, TsProtectedStart=12943620000000000, " + sOfGate},
       {{"alarm", "gate", "25", "search", kStart, kEnd},
-       "rpc_alarm" + sSpanned +
-           "AlarmName=\"search\", TsAlarmIncident=12943620000000000, TsAlarmStart=12943620000000000, "
-           "TsAlarmEnd=12943623600000000)"},
+       "rpc_alarm(TsAlarmEnd=12943623600000000, TsAlarmStart=12943620000000000, "
+       "TsAlarmIncident=12943620000000000, AlarmName=\"search\", " +
+           sOfGate},
       {{"remove-alarm", "gate", "25", "door", kStart, kEnd},
-       "rpc_removeAlarmByInterval" + sSpanned +
-           "AlarmName=\"door\", TsAlarmStart=12943620000000000, TsAlarmEnd=12943623600000000)"},
+       "rpc_removeAlarmByInterval(TsAlarmEnd=12943623600000000, TsAlarmStart=12943620000000000, "
+       "AlarmName=\"door\", " +
+           sOfGate},
       {{"remove-alarm", "gate", "25", "door", "--at", kEnd},
-       "rpc_removeAlarmByDate" + sSpanned + "AlarmName=\"door\", TsAlarmIncident=12943623600000000)"},
+       "rpc_removeAlarmByDate(TsAlarmIncident=12943623600000000, AlarmName=\"door\", " + sOfGate},
       {{"hide", "gate", "25", kStart, kEnd, kStart, kEnd},
-       "rpc_hideIntervals" + sSpanned +
-           "Intervals=\"03/03/2011 10:00:00.000000UTC-03/03/2011 11:00:00.000000UTC;"
-           "03/03/2011 10:00:00.000000UTC-03/03/2011 11:00:00.000000UTC\")"},
+       "rpc_hideIntervals(Intervals=\"03/03/2011 10:00:00.000000UTC-03/03/2011 11:00:00.000000UTC;"
+       "03/03/2011 10:00:00.000000UTC-03/03/2011 11:00:00.000000UTC\", " +
+           sOfGate},
       {{"unhide", "gate", "25", kStart, kEnd},
-       "rpc_unhideIntervals" + sSpanned +
-           "Intervals=\"03/03/2011 10:00:00.000000UTC-03/03/2011 11:00:00.000000UTC\")"},
+       "rpc_unhideIntervals(Intervals=\"03/03/2011 10:00:00.000000UTC-03/03/2011 11:00:00.000000UTC\", " +
+           sOfGate},
       {{"set-metadata", "gate", "25", kStart, kEnd, "k=1"},
-       "rpc_setMetaData" + sSpanned +
-           "TsIntervalStart=12943620000000000, TsIntervalEnd=12943623600000000, Params=\"k=1\")"},
+       "rpc_setMetaData(Params=\"k=1\", TsIntervalEnd=12943623600000000, "
+       "TsIntervalStart=12943620000000000, " +
+           sOfGate},
       {{"unset-metadata", "gate", "25", kStart, kEnd, "k,l"},
-       "rpc_unsetMetaData" + sSpanned +
-           "TsIntervalStart=12943620000000000, TsIntervalEnd=12943623600000000, Params=\"k,l\")"},
+       "rpc_unsetMetaData(Params=\"k,l\", TsIntervalEnd=12943623600000000, "
+       "TsIntervalStart=12943620000000000, " +
+           sOfGate},
       {{"add-file", "clip.asf", "g\xF0\x9F\x98\x80", "--start", kStart},
-       "rpc_addFile(FileName=\"clip.asf\", DiskSpaceName=\"\", SourceName=\"g\xED\xA0\xBD\xED\xB8\x80\", "
-       "AlarmName=\"\", StartDate=\"03/03/2011 10:00:00.000000UTC\")"},
+       "rpc_addFile(StartDate=\"03/03/2011 10:00:00.000000UTC\", AlarmName=\"\", "
+       "SourceName=\"g\xED\xA0\xBD\xED\xB8\x80\", DiskSpaceName=\"\", FileName=\"clip.asf\")"},
   };
   SmallArchive archive;
   for (const auto& row : rows) {
@@ -159,6 +162,7 @@ TEST(Commands, TurnOptionsOfASearchIntoCriteria) {
 
 TEST(Commands, EndWithTheStatusOfTheirFailure) {
   SmallArchive archive;
+  archive.manager.refuse("rpc_unprotect", "");
   struct {
     const char* szName;
     std::vector<std::string> arguments;
@@ -166,6 +170,8 @@ TEST(Commands, EndWithTheStatusOfTheirFailure) {
     std::string sError;  ///< a part of it
   } const rows[] = {
       {"refused", archive.withServer({"erase", "gate", "25", kStart, kEnd}), 1, "qmctl: it is protected\n"},
+      {"refused without a word", archive.withServer({"unprotect", "gate", "25", kStart, kEnd}), 1,
+       "qmctl: the Manager refused and gave no reason\n"},
       {"no such day", archive.withServer({"search", "--start", "02/31/2011 10:00:00.000000UTC"}), 2,
        "not a date"},
       {"bad date in the criteria", archive.withServer({"search", "EndDate=\"now\""}), 2, "not a date: 'now'"},

@@ -82,14 +82,15 @@ TEST(Script, AnswersEveryMember) {
   for (const QMMember& member : getControlMembers()) {
     EXPECT_TRUE(called.contains({member.szName, member.eKind})) << member.szName;
   }
-  EXPECT_THAT(archive.manager.requests(),
-              testing::IsSupersetOf(
-                  {R"(rpc_addFile(FileName="clip.asf", DiskSpaceName="disk", SourceName="gate", )"
-                   R"(AlarmName="door", StartDate="whenever"))",
-                   R"(rpc_protect(SourceName="gate", Fps=25, TsProtectedStart=12943620000000000, )"
-                   R"(TsProtectedEnd=12943623600000000, TsValidStart=0, TsValidEnd=0, Details="why"))",
-                   R"(rpc_removeAlarmByDate(SourceName="gate", Fps=25, AlarmName="door", )"
-                   R"(TsAlarmIncident=12943620000000001))"}));
+  EXPECT_THAT(
+      archive.manager.requests(),
+      testing::IsSupersetOf(
+          {R"(rpc_addFile(StartDate="whenever", AlarmName="door", SourceName="gate", )"
+           R"(DiskSpaceName="disk", FileName="clip.asf"))",
+           R"(rpc_protect(Details="why", TsValidEnd=0, TsValidStart=0, TsProtectedEnd=12943623600000000, )"
+           R"(TsProtectedStart=12943620000000000, Fps=25, SourceName="gate"))",
+           R"(rpc_removeAlarmByDate(TsAlarmIncident=12943620000000001, AlarmName="door", Fps=25, )"
+           R"(SourceName="gate"))"}));
 }
 
 TEST(Script, GoesOnBehindWhatIsNoJson) {
