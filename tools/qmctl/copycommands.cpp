@@ -320,7 +320,7 @@ void addCopyCommands(CLI::App& app, Context& context) {
   local.command.add_option("PATH", local.pArguments->sPath, "The Manager's own path")->required();
   const Built piping = build(app, context, "pipe", "Copies a span into the standard input of a command",
                              "pipe gate 0 2011-03-03T10:00:00Z 2011-03-03T10:05:00Z --format wav -- "
-                             "sox -t wav - gate.flac",
+                             "sox --ignore-length -t wav - gate.flac",
                              pipeInto);
   piping.command.add_option("--format", piping.pArguments->sFormat, "asf, avi, mp3 or wav")->required();
   piping.command.add_option("--env", piping.pArguments->sEnvironment,

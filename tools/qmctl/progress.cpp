@@ -7,7 +7,7 @@ namespace qmctl {
 
 namespace {
 
-constexpr std::uint64_t kBarWidth = 24;
+constexpr std::uint64_t kBarWidth = 20;
 
 /// A file is somewhat larger than what is recorded; what is an eighth larger was another size.
 constexpr std::uint64_t kTolerated = 8;

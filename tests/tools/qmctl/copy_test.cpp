@@ -24,14 +24,14 @@ const std::string kEnd = "2011-03-03T11:00:00Z";
 const std::string kKept = "' holds what had come until then\n";
 
 /// A Manager with one recording, which it pushes.
-struct Archive : qm_test::Pushing {
+struct Archive : qm_test::SmallArchive, qm_test::Pushing {
   explicit Archive(const std::string& sProtocol, const qm_ci::StreamInfo& info = qm_test::wholeVideoStream())
-      : Pushing(archive.manager, sProtocol, info) {
-    archive.manager.answer("rpc_getRecordingSize", "Size=4294977296");
+      : Pushing(manager, sProtocol, info) {
+    manager.answer("rpc_getRecordingSize", "Size=4294977296");
   }
 
   qm_test::ToolRun run(const std::vector<std::string>& arguments) {
-    std::vector<std::string> all = archive.withServer({});
+    std::vector<std::string> all = withServer({});
     all.insert(all.end(), arguments.begin(), arguments.end());
     return qm_test::runTool(all);
   }
@@ -40,8 +40,6 @@ struct Archive : qm_test::Pushing {
     options.insert(options.begin(), {"pipe", "gate", "0", kStart, kEnd});
     return run(options);
   }
-
-  qm_test::SmallArchive archive;
 };
 
 qm_test::Read pushed(std::uint64_t uNumber) {
@@ -119,7 +117,7 @@ TEST(Copying, TellsWhyItFailedAndWhatIsLeft) {
   archive.push(copied(""));
   fails(archive, sFile, "nothing came that is recorded between these dates; there is no file\n");
   for (const char* const szRpc : {"rpc_remoteCopy", "rpc_getStreamInfo"}) {
-    archive.archive.manager.refuse(szRpc, "no such recording");
+    archive.manager.refuse(szRpc, "no such recording");
     fails(archive, sFile, "no such recording\n");
     EXPECT_FALSE(std::filesystem::exists(sFile)) << szRpc;
   }
@@ -211,7 +209,7 @@ TEST(Copying, TellsTheSizeAndCopiesAtTheManager) {
   const std::vector<std::string> size{"size", "gate", "25", kStart, kEnd};
   EXPECT_EQ(archive.run(size).sOut, "10000\n");
   EXPECT_EQ(archive.run({"--json", "size", "gate", "25", kStart, kEnd}).sOut, "{\"size\":10000}\n");
-  auto& manager = archive.archive.manager;
+  auto& manager = archive.manager;
   manager.answer("rpc_getRecordingSize");
   EXPECT_EQ(archive.run(size).sError, "qmctl: the Manager doesn't tell the size\n");
   manager.fail("rpc_getRecordingSize", "broken");
@@ -236,22 +234,14 @@ TEST(Copying, ShowsHowFarItIs) {
     std::uint64_t uMilliseconds;
     const char* szLine;
   } const rows[] = {
-      {0, 27'100'000, 0, "  0% [------------------------] 0 B of 27.1 MB  0 B/s"},
-      {12'345'678, 27'100'000, 2000,
-       " 45% [##########--------------] 12.3 MB of 27.1 MB  6.1 MB/s  0:03 left"},
-      {27'100'000, 27'100'000, 4000,
-       "100% [########################] 27.1 MB of 27.1 MB  6.7 MB/s  0:00 left"},
-      {27'200'000, 27'100'000, 4000,
-       "100% [########################] 27.2 MB of 27.1 MB  6.8 MB/s  0:00 left"},
-      {999, 4'294'967'295, 1000, "  0% [------------------------] 999 B of 4.2 GB  999 B/s  1194:14:48 left"},
+      {0, 27'100'000, 0, "  0% [--------------------] 0 B of 27.1 MB  0 B/s"},
+      {12'345'678, 27'100'000, 2000, " 45% [#########-----------] 12.3 MB of 27.1 MB  6.1 MB/s  0:03 left"},
+      {27'200'000, 27'100'000, 4000, "100% [####################] 27.2 MB of 27.1 MB  6.8 MB/s  0:00 left"},
+      {999, UINT32_MAX, 1000, "  0% [--------------------] 999 B of 4.2 GB  999 B/s  1194:14:26 left"},
       {4'294'967'296, 1000, 1000, "4.2 GB  4.2 GB/s"},
-      {1000, 0, 2000, "1.0 kB  500 B/s"},
-      {UINT64_MAX, UINT64_MAX, 1, "100% [########################] 18.4 EB of 18.4 EB  "},
   };
   for (const auto& row : rows) {
-    EXPECT_THAT(
-        qmctl::progressLine(row.uBytes, row.uExpected, row.uMilliseconds),
-        row.uMilliseconds == 1 ? testing::StartsWith(row.szLine) : testing::Eq(std::string(row.szLine)));
+    EXPECT_EQ(qmctl::progressLine(row.uBytes, row.uExpected, row.uMilliseconds), row.szLine);
   }
 }
 
