@@ -1,11 +1,9 @@
-#include <array>
 #include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <thread>
 #include <unistd.h>
 
-#include "coreapi/qmci/audioinfonoxml.h"
 #include "tests/qmactivexctrl/qmstorageaccesscontroller/pushing.h"
 #include "tests/storage/readersupport.h"
 #include "tests/tools/qmctl/toolsupport.h"
@@ -28,6 +26,7 @@ struct Archive : qm_test::SmallArchive, qm_test::Pushing {
   explicit Archive(const std::string& sProtocol, const qm_ci::StreamInfo& info = qm_test::wholeVideoStream())
       : Pushing(manager, sProtocol, info) {
     manager.answer("rpc_getRecordingSize", "Size=4294977296");
+    std::signal(SIGINT, SIG_DFL);  // a test in the background is started with it ignored
   }
 
   qm_test::ToolRun run(const std::vector<std::string>& arguments) {
@@ -128,18 +127,11 @@ TEST(Copying, TellsWhyItFailedAndWhatIsLeft) {
 }
 
 TEST(Copying, FeedsAProgramThatReadsSound) {
-  qm_ci::QMAudioInfoNoXml info;
-  info.setMIMEType("audio/x-qmpcm");
-  info.setSamplingRate(8000);
-  info.setNumberOfChannels(1);
-  info.setBitsPerSample(16);
-  info.setSamplingsPerFrame(400);
-  info.setNomMaxBitstreamSize(800);
-  const qm_ci::StreamInfo sound = makeStreamInfo(qm_ci::QMCIAudioInfo(info.getCIInfo()));
+  const qm_ci::StreamInfo sound = qm_test::audioStream({}, "audio/x-qmpcm");
   std::string sSamples;
   std::string sWire = description(sound);
   for (std::uint64_t i = 1; i <= 20; ++i) {
-    const std::string sFrame(800, static_cast<char>('a' + i));
+    const std::string sFrame(640, static_cast<char>('a' + i));
     sSamples += sFrame;
     sWire += framed(sFrame, 0, 48, i);
   }
@@ -162,28 +154,29 @@ TEST(Copying, ShowsWhatItsCommandSays) {
     int iStatus;
     std::string sError;
   } const rows[] = {
-      {"0", true, 0, "bad\n"},
-      {"3", true, 1, "bad\nqmctl: the command ended with status 3\n"},
+      {"0", true, 0, ""},
+      {"3", true, 1, "qmctl: the command ended with status 3\n"},
       {"3", false, 1,
-       "bad\nqmctl: Remote Backup Failed: Remote host must be down\nqmctl: the command ended with status "
-       "3\n"},
+       "qmctl: Remote Backup Failed: Remote host must be down\nqmctl: the command ended with status 3\n"},
   };
   for (const auto& row : rows) {
     Archive archive("");
-    archive.push(wireOf("", 2, row.bEnds));
-    const auto run =
-        archive.pipe({"--format", "asf", "--env", "A=\xC3\xA9 STATUS=" + std::string(row.szStatus), "--json",
-                      "--", "sh", sScript, "--json  x"});
-    EXPECT_EQ(run.iStatus, row.iStatus);
-    EXPECT_EQ("bad\n" + run.sError, row.sError);
-    EXPECT_EQ(run.sOut, std::string("{\"command\":\"pipe\",\"result\":") + (row.bEnds ? "0" : "-1") +
-                            ",\"status\":" + row.szStatus +
-                            ",\"output\":\"--json  x:\xC3\xA9\\n\",\"error\":\"bad\\n\"}\n");
-    archive.push(wireOf("", 2, row.bEnds));
-    const auto plain = archive.pipe(
-        {"--format", "asf", "--env", "STATUS=" + std::string(row.szStatus), "--", "sh", sScript});
-    EXPECT_EQ(plain.sOut, ":\n");
-    EXPECT_EQ(plain.sError, row.sError);
+    const auto pipe = [&](std::vector<std::string> options) {
+      archive.push(wireOf("", 2, row.bEnds));
+      const std::vector<std::string> words{
+          "--env", std::string("A=\xC3\xA9 STATUS=") + row.szStatus, "--", "sh", sScript, "--json  x"};
+      options.insert(options.end(), words.begin(), words.end());
+      return archive.pipe(options);
+    };
+    const auto json = pipe({"--format", "asf", "--json"});
+    EXPECT_EQ(json.iStatus, row.iStatus);
+    EXPECT_EQ(json.sError, row.sError);
+    EXPECT_EQ(json.sOut, std::string("{\"command\":\"pipe\",\"result\":") + (row.bEnds ? "0" : "-1") +
+                             ",\"status\":" + row.szStatus +
+                             ",\"output\":\"--json  x:\xC3\xA9\\n\",\"error\":\"bad\\n\"}\n");
+    const auto plain = pipe({"--format", "asf"});
+    EXPECT_EQ(plain.sOut, "--json  x:\xC3\xA9\n");
+    EXPECT_EQ(plain.sError, "bad\n" + row.sError);
   }
   Archive archive("");
   EXPECT_EQ(archive.pipe({"--format", "asf", "--", "no-such-program"}).sError,
@@ -209,19 +202,16 @@ TEST(Copying, TellsTheSizeAndCopiesAtTheManager) {
   const std::vector<std::string> size{"size", "gate", "25", kStart, kEnd};
   EXPECT_EQ(archive.run(size).sOut, "10000\n");
   EXPECT_EQ(archive.run({"--json", "size", "gate", "25", kStart, kEnd}).sOut, "{\"size\":10000}\n");
-  auto& manager = archive.manager;
-  manager.answer("rpc_getRecordingSize");
+  archive.manager.answer("rpc_getRecordingSize");
   EXPECT_EQ(archive.run(size).sError, "qmctl: the Manager doesn't tell the size\n");
-  manager.fail("rpc_getRecordingSize", "broken");
+  archive.manager.fail("rpc_getRecordingSize", "broken");
   EXPECT_EQ(archive.run(size).sError, "qmctl: Remote Backup Failed: RPC\n");
-  EXPECT_EQ(archive.run({"size", "gate", "25", kEnd, kStart}).sError,
-            "qmctl: Remote Backup Failed: Interval too large\n");
   const std::vector<std::string> local{"copy-local", "gate", "25", kStart, kEnd, "d/c.asf"};
-  manager.answer("rpc_localCopy");
-  manager.takeRequests();
+  archive.manager.answer("rpc_localCopy");
+  archive.manager.takeRequests();
   EXPECT_EQ(archive.run(local).sOut, "done\n");
-  EXPECT_THAT(manager.takeRequests(), testing::ElementsAre(HasSubstr("BackupPath=\"d/c.asf\"")));
-  manager.refuse("rpc_localCopy", "no such directory");
+  EXPECT_THAT(archive.manager.takeRequests(), testing::ElementsAre(HasSubstr("BackupPath=\"d/c.asf\"")));
+  archive.manager.refuse("rpc_localCopy", "no such directory");
   const auto refused = archive.run(local);
   EXPECT_EQ(refused.iStatus, 1);
   EXPECT_EQ(refused.sError, "qmctl: no such directory\n");
