@@ -2,7 +2,8 @@
 
 namespace qm_platform {
 
-/// Whether a descriptor of this process is a terminal. 0 is the standard input.
+/// Whether a descriptor of this process is a terminal. 0 is the standard input, 2 the standard error
+/// output.
 bool isTerminal(int iDescriptor) noexcept;
 
 }  // namespace qm_platform

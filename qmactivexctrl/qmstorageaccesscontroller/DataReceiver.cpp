@@ -40,6 +40,7 @@ constexpr std::uint32_t kBesidePayload =
     (Bitstream::m_uMaxQMCIBitstreamSize - Bitstream::m_uMinQMCIBitstreamSize);
 
 constexpr const char* kHostDown = "Remote Backup Failed: Remote host must be down";
+constexpr const char* kCancelled = "Remote Backup Failed: Cancelled";
 constexpr const char* kLinkDown = "Remote Backup Failed: QMService link down";
 constexpr const char* kNoInput = "Remote Backup Failed: Couldn't create input socket";
 constexpr const char* kNoDisk = "Remote Backup Failed: Couldn't write received field on disk";
@@ -75,6 +76,24 @@ void StorageAccessController3X4X::DataReceiver::cancel() {
   m_pListener->close();
 }
 
+void StorageAccessController3X4X::DataReceiver::abort() noexcept {
+  const JAutoLock lock(m_mutex);
+  m_bAborted = true;
+  m_pListener->close();
+  if (m_pInput != nullptr) {
+    m_pInput->close();
+  }
+}
+
+/// Tells what is read from; null for nothing any more.
+void StorageAccessController3X4X::DataReceiver::setInput(IFrameSocket* pInput) {
+  const JAutoLock lock(m_mutex);
+  m_pInput = pInput;
+  if (m_bAborted && m_pInput != nullptr) {
+    m_pInput->close();
+  }
+}
+
 void StorageAccessController3X4X::DataReceiver::record(const char* szError) {
   m_bError = true;
   m_sError = szError;
@@ -84,6 +103,8 @@ void StorageAccessController3X4X::DataReceiver::run() {
   JSocket::startup();
   if (std::unique_ptr<JSocket> pAccepted = acceptConnection()) {
     receive(std::move(pAccepted));
+  } else if (m_bAborted) {
+    record(kCancelled);
   }
   m_pOutput.reset();
   JSocket::cleanup();
@@ -141,7 +162,9 @@ void StorageAccessController3X4X::DataReceiver::receive(std::unique_ptr<JSocket>
     record(kNoInput);
     return;
   }
+  setInput(apIRCPYSocket.get());
   const bool bTimedOut = receiveFrames(*apIRCPYSocket);
+  setInput(nullptr);
   apIRCPYSocket.reset();  // the server waits for that
   const JAutoLock lock(m_mutex);
   if (m_timeOut < 0 && bTimedOut) {
@@ -167,6 +190,10 @@ bool StorageAccessController3X4X::DataReceiver::receiveFrames(IFrameSocket& inpu
       if (!writeFrame()) {
         return false;
       }
+      if (m_bAborted) {  // what had been received ahead isn't written any more
+        record(kCancelled);
+        return false;
+      }
       if (!m_pClient->isConnected()) {
         record(kLinkDown);
         return false;
@@ -175,7 +202,7 @@ bool StorageAccessController3X4X::DataReceiver::receiveFrames(IFrameSocket& inpu
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
     logCaught(*error);
-    record(kHostDown);
+    record(m_bAborted ? kCancelled : kHostDown);
     return strcasecmp(error->getMessage().c_str(), "Time out!") == 0;
   } catch (const std::exception& exception) {
     logCaught(JTextError("%s", exception.what()));
@@ -269,7 +296,7 @@ StorageAccessController3X4X::DataReceiver::Pass StorageAccessController3X4X::Dat
   if (dwReadBytes == 0) {
     return Pass::kEnd;
   }
-  const std::uint32_t uPayload = takeHeader(dwReadBytes, sSubstream);
+  const std::uint32_t uPayload = takeHeader(dwReadBytes, ioArray, sSubstream);
   const bool bDescription =
       qm_ci::getFrameKind(m_oBsHdr.getPictureType()) == qm_ci::kFrameKindStreamInfo || m_bFirstPacket;
   if (bDescription) {
@@ -285,6 +312,7 @@ StorageAccessController3X4X::DataReceiver::Pass StorageAccessController3X4X::Dat
 /// Brings a frame's header into local order, drops what a longer one has at its end, and moves the payload,
 /// whose bytes it returns, to the start of its room.
 std::uint32_t StorageAccessController3X4X::DataReceiver::takeHeader(std::size_t uRead,
+                                                                    const JIoBuf (&ioArray)[2],
                                                                     const qm_ci::PacketSpace& space) {
   constexpr std::uint32_t kLeast = Bitstream::m_uMinQMCIBitstreamSize;
   QMCIBitstream* const pHeader = m_oBsHdr.getQMCIBitstreamPtr();
@@ -302,7 +330,10 @@ std::uint32_t StorageAccessController3X4X::DataReceiver::takeHeader(std::size_t 
   }
   const auto uPayload = static_cast<std::uint32_t>(uRead - uLength);
   if (const std::uint32_t nXs = uLength - kLeast; nXs != 0) {
-    qm_ci::asserted(uRead - kLeast + nXs <= space.nLength, "ioArray[1].bufLength+nXs<=sSubstream.nLength");
+    qm_ci::asserted(ioArray[1].bufLength + nXs <= space.nLength,
+                    "ioArray[1].bufLength+nXs<=sSubstream.nLength");
+    qm_ci::asserted(ioArray[0].bufLength + ioArray[1].bufLength == uRead,
+                    "ioArray[0].bufLength+ioArray[1].bufLength==dwReadBytes");
     std::memcpy(pHeader + kLeast, space.pBuf, nXs);
     std::memmove(space.pBuf, space.pBuf + nXs, uPayload);
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -37,6 +38,10 @@ class StorageAccessController3X4X::DataReceiver : public JThread {
   /// Ends the wait for the connection. Any thread.
   void cancel();
 
+  /// Ends the copy: takes no connection, or closes the one there is, which wakes whoever reads from it. The
+  /// files are finished, and a text is recorded unless the stream has ended by itself. Any thread.
+  void abort() noexcept;
+
   // Results, once the thread is stopped.
 
   bool hasError() const noexcept { return m_bError; }
@@ -62,13 +67,14 @@ class StorageAccessController3X4X::DataReceiver : public JThread {
   qm_ci::PacketSpace nextSpace();
   Pass readCopiedFrame(qm_stream::IFrameSocket& input);
   Pass readFrame(qm_stream::IFrameSocket& input);
-  std::uint32_t takeHeader(std::size_t uRead, const qm_ci::PacketSpace& space);
+  std::uint32_t takeHeader(std::size_t uRead, const JIoBuf (&ioArray)[2], const qm_ci::PacketSpace& space);
   void takeDescription(std::uint8_t* pPayload, std::uint32_t uPayload);
   void beginNextFile(const qm_ci::StreamInfo& streamInfo);
   bool writeFrame();
+  void setInput(qm_stream::IFrameSocket* pInput);
   void record(const char* szError);
 
-  JMutex m_mutex;  ///< guards the last step of the run against `cancel`
+  JMutex m_mutex;  ///< guards the last step of the run against `cancel`, and the connection against `abort`
   JTCPSocket* m_pListener;
   std::string m_sProtocol;
   std::int32_t m_timeOut;
@@ -81,6 +87,9 @@ class StorageAccessController3X4X::DataReceiver : public JThread {
   std::uint32_t m_framesWritten = 0;
   std::uint32_t m_segment = 0;  ///< files begun on the way
   const JParams* m_pFileParams;
+
+  std::atomic<bool> m_bAborted{false};
+  qm_stream::IFrameSocket* m_pInput = nullptr;  ///< what `abort` closes; under the mutex
 
   bool m_bFirstPacket = true;
   qm_ci::Bitstream m_oBs;     ///< the frame

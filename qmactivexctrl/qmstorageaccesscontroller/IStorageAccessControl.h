@@ -9,7 +9,7 @@
 /// Texts are UTF-8. Dates stay texts down to here, such as "03/03/2011 10:00:00.000000UTC" (see
 /// `qm_utils::parseNtpDate`). A recording is named by its source and its frame rate `iFps`, which is 0 for
 /// sound. Operations run on the calling thread to their end. A failure shows in the result, and its reason in
-/// `getLastError`; no error leaves an operation.
+/// `getLastError`; no error leaves an operation. One operation comes at a time, but for `cancelCopy`.
 ///
 /// A query id stands for a result whose rows are still to be read. It is never 0, and valid until `getNext`
 /// has given the empty text, or until `releaseQuery`, or until the link goes down.
@@ -138,4 +138,13 @@ class IStorageAccessControl {
 
   /// How long calls from now on wait for their answers, in milliseconds; -1 for ever.
   virtual void setTimeOut(std::int32_t iTimeOut) = 0;
+
+  /// Ends the `remoteCopy` or `remoteCopyToProcess` that runs on another thread, in order: nothing more is
+  /// received, what was written becomes a whole file, or the end of the child's input, and the copy fails
+  /// with "Remote Backup Failed: Cancelled". One whose end has been received already isn't touched. Doesn't
+  /// wait for the copy to return: that takes until a call of the server that is under way is answered, what
+  /// is being written is taken, and the child has ended.
+  ///
+  /// False, and nothing done, when no copy runs. Any thread, at any time of this object's life.
+  virtual bool cancelCopy() noexcept = 0;
 };

@@ -152,6 +152,10 @@ int JQMStorageAccessCtrl::getServerVersion(std::int32_t& iMajor, std::int32_t& i
   return m_pStorageAccessCtrl->getServerVersion(iMajor, iMinor);
 }
 
+bool JQMStorageAccessCtrl::cancelCopy() noexcept {
+  return m_pStorageAccessCtrl->cancelCopy();
+}
+
 // Results of queries, and messages.
 
 QMStatus JQMStorageAccessCtrl::GetNext(std::int32_t QueryId, std::u16string& Item) {

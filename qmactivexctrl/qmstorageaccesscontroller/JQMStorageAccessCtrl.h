@@ -26,7 +26,8 @@
 ///       ...
 ///     }
 ///
-/// Threads: members come on one thread at a time, and run on it to their end, a whole copy included. Sinks
+/// Threads: members come on one thread at a time, and run on it to their end, a whole copy included, which
+/// `cancelCopy` can end from any other. Sinks
 /// are connected and disconnected on any thread; events come on the link's event thread and touch nothing but
 /// the sinks. A handler of an event may call members, as long as the host's own thread doesn't meanwhile.
 class JQMStorageAccessCtrl final : public IQMStorageAccessCtrl,
@@ -50,6 +51,11 @@ class JQMStorageAccessCtrl final : public IQMStorageAccessCtrl,
 
   /// The version of the connected Manager. -1, and 0.0, without a link.
   int getServerVersion(std::int32_t& iMajor, std::int32_t& iMinor);
+
+  /// Ends the `RemoteCopy` or `RemoteCopyToProcess` that runs on the host's thread: what was written is
+  /// finished as a whole file, and the member fails. See `IStorageAccessControl::cancelCopy`. False, and
+  /// nothing done, when no copy runs. Any thread, a handler of an event included.
+  bool cancelCopy() noexcept;
 
   // The stored properties: the extent, Server, Port, TimeOut, Blocking and TunnelPort. Loading puts them, and
   // nothing else; what can't be read gives `kFail` and puts nothing.

@@ -53,7 +53,7 @@ int StorageAccessController::connect() {
   m_sLastError.clear();
   const int iResult = JRPCController::connect();
   if (getBlocking() && JRPCController::getStatus() == kUp) {
-    m_pControl = createController(*getClient());
+    setController(createController(*getClient()));
   }
   return iResult;
 }
@@ -67,7 +67,7 @@ void StorageAccessController::disconnect() {
 void StorageAccessController::rehash() {
   const JAutoLock lock(getLock());
   m_sLastError.clear();
-  m_pControl.reset();
+  setController(nullptr);
   connect();
 }
 
@@ -88,11 +88,20 @@ std::unique_ptr<IStorageAccessControl> StorageAccessController::createController
   }
 }
 
+/// The lock is held.
+void StorageAccessController::setController(std::unique_ptr<IStorageAccessControl> pControl) {
+  {
+    const JAutoLock lock(m_pointerMutex);
+    m_pControl.swap(pControl);
+  }
+  // The old one is deleted here: nobody reaches it any more.
+}
+
 /// Keeps the newest message of the controller, which goes. The lock is held.
 void StorageAccessController::dropController() {
   if (m_pControl) {
     m_sLastError = m_pControl->getLastError();
-    m_pControl.reset();
+    setController(nullptr);
   }
 }
 
@@ -105,7 +114,7 @@ void StorageAccessController::linkUp(JRPCController* pContext) {
       qm_err::log(qm_err::kLogDebug, "A link has come up that has been ended meanwhile.");
       return;
     }
-    m_pControl = createController(*pClient);
+    setController(createController(*pClient));
     bServed = m_pControl != nullptr;
   }
   if (m_pNotify == nullptr) {
@@ -175,6 +184,12 @@ std::int32_t StorageAccessController::localCopy(const std::string& sSource, std:
                                                 const std::string& sPath, const std::string& sStart,
                                                 const std::string& sEnd) {
   return forward(kCommandFailed, &Control::localCopy, sSource, iFps, sPath, sStart, sEnd);
+}
+
+/// Without the link's lock, which the copy holds.
+bool StorageAccessController::cancelCopy() noexcept {
+  const JAutoLock lock(m_pointerMutex);
+  return m_pControl && m_pControl->cancelCopy();
 }
 
 std::int32_t StorageAccessController::unprotect(const std::string& sSource, std::int32_t iFps,

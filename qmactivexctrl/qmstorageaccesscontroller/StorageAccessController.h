@@ -23,7 +23,8 @@
 /// what it would do about the event would hit the wrong link.
 ///
 /// Threads: all operations from any thread. The link's lock is held over a whole operation, a copy included;
-/// the next one, and the news that the link is down, wait for it.
+/// the next one, and the news that the link is down, wait for it; `cancelCopy` doesn't. Lock order: the
+/// link's, then the one over the pointer to the controller.
 class StorageAccessController final : public StorageAccessCtrlInterface,
                                       private JRPCController,
                                       public JRPCNotifyWithContext {
@@ -73,6 +74,7 @@ class StorageAccessController final : public StorageAccessCtrlInterface,
                                    std::string* pError, std::int32_t& iTerminationStatus) override;
   std::int32_t localCopy(const std::string& sSource, std::int32_t iFps, const std::string& sPath,
                          const std::string& sStart, const std::string& sEnd) override;
+  bool cancelCopy() noexcept override;
   std::int32_t unprotect(const std::string& sSource, std::int32_t iFps, const std::string& sStart,
                          const std::string& sEnd) override;
   std::int32_t protect(const std::string& sSource, std::int32_t iFps, const std::string& sProtectedStart,
@@ -126,10 +128,12 @@ class StorageAccessController final : public StorageAccessCtrlInterface,
   Result forward(Result failure, Result (IStorageAccessControl::*operation)(Parameters...),
                  Arguments&&... arguments);
   std::unique_ptr<IStorageAccessControl> createController(JRPCClient& client) const;
+  void setController(std::unique_ptr<IStorageAccessControl> pControl);
   void dropController();
 
   QMXmlUse m_xmlUse;                                  ///< descriptions of streams come with copies
-  std::unique_ptr<IStorageAccessControl> m_pControl;  ///< only while the link is up; under the link's lock
+  JMutex m_pointerMutex;                              ///< over the next one, held while a copy is cancelled
+  std::unique_ptr<IStorageAccessControl> m_pControl;  ///< only while the link is up; changed under both locks
   std::string m_sLastError;                           ///< under the link's lock
   JRPCNotifyWithContext* const m_pNotify;
 };

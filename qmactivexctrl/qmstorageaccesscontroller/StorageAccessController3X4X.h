@@ -14,7 +14,8 @@ class MetaDataLog;
 /// The controller of the reference dialect, that of servers 3.0 to 4.2.
 ///
 /// A copy is one call that lasts as long as the copy: the server connects back, and a thread of its own turns
-/// what it pushes into a media file. It has no analytics searches yet: those operations report a failure.
+/// what it pushes into a media file; any other thread may cancel it. It has no analytics searches yet: those
+/// operations report a failure.
 class StorageAccessController3X4X : public GenerationController {
  public:
   /// The client stays the caller's and outlives this. Milliseconds.
@@ -47,6 +48,7 @@ class StorageAccessController3X4X : public GenerationController {
                                    std::string* pError, std::int32_t& iTerminationStatus) override;
   std::int32_t localCopy(const std::string& sSource, std::int32_t iFps, const std::string& sPath,
                          const std::string& sStart, const std::string& sEnd) override;
+  bool cancelCopy() noexcept override;
   std::int32_t analyticsCreateQuery(const std::string& sSource, std::int32_t iFps,
                                     const std::string& sPluginType, const std::string& sCriteria) override;
   std::int32_t analyticsGetQueryStatus(std::int32_t iQueryId, std::string& sStatus) override;
@@ -56,6 +58,7 @@ class StorageAccessController3X4X : public GenerationController {
  private:
   class AnalyticsSourcesResult;
   class DataReceiver;
+  class RunningCopy;
   class SocketReader;
   struct BackupTexts;
   struct BackupSource;
@@ -81,4 +84,7 @@ class StorageAccessController3X4X : public GenerationController {
   // Searched behind those of the base, in this order.
   QueryMap<MetaDataLog> m_metaDataLogs;
   QueryMap<AnalyticsSourcesResult> m_analyticsSourceQueries;
+
+  JMutex m_copyMutex;  ///< over the next one; before the receiver's, and no other is taken under it
+  RunningCopy* m_pRunningCopy = nullptr;
 };

@@ -132,6 +132,52 @@ std::unique_ptr<JParams> StorageAccessController3X4X::callForBackup(
   return pAnswer;
 }
 
+/// The copy that runs, for whoever cancels it.
+class StorageAccessController3X4X::RunningCopy {
+ public:
+  explicit RunningCopy(StorageAccessController3X4X& controller) : m_controller(controller) {
+    const JAutoLock lock(m_controller.m_copyMutex);
+    m_controller.m_pRunningCopy = this;
+  }
+  ~RunningCopy() {
+    const JAutoLock lock(m_controller.m_copyMutex);
+    m_controller.m_pRunningCopy = nullptr;
+  }
+  RunningCopy(const RunningCopy&) = delete;
+  RunningCopy& operator=(const RunningCopy&) = delete;
+
+  /// What receives it, from now on to the end of this. Aborts it when the copy has been cancelled already.
+  void setReceiver(DataReceiver& receiver) {
+    const JAutoLock lock(m_controller.m_copyMutex);
+    m_pReceiver = &receiver;
+    if (m_bCancelled) {
+      m_pReceiver->abort();
+    }
+  }
+
+  /// The controller's mutex is held.
+  void cancel() noexcept {
+    m_bCancelled = true;
+    if (m_pReceiver != nullptr) {
+      m_pReceiver->abort();
+    }
+  }
+
+ private:
+  StorageAccessController3X4X& m_controller;
+  DataReceiver* m_pReceiver = nullptr;
+  bool m_bCancelled = false;
+};
+
+bool StorageAccessController3X4X::cancelCopy() noexcept {
+  const JAutoLock lock(m_copyMutex);
+  if (m_pRunningCopy == nullptr) {
+    return false;
+  }
+  m_pRunningCopy->cancel();
+  return true;
+}
+
 std::int32_t StorageAccessController3X4X::localCopy(const std::string& sSource, std::int32_t iFps,
                                                     const std::string& sPath, const std::string& sStart,
                                                     const std::string& sEnd) {
@@ -257,6 +303,9 @@ bool StorageAccessController3X4X::runBackup(const std::string& sSource, std::int
                                             const std::string& sEnd) {
   const Recording recording{sSource, iFps, sStart, sEnd};
   BackupSource source;
+  std::unique_ptr<JTCPSocket> pListener;
+  std::unique_ptr<DataReceiver> pReceiver;
+  RunningCopy runningCopy(*this);  // gone before what it may abort
   if (!checkBackup({kRemoteNotConnected, kRemoteBadDate, kRemoteTooLarge}, sStart, sEnd) ||
       !askForSource(recording, source)) {
     return true;
@@ -272,8 +321,6 @@ bool StorageAccessController3X4X::runBackup(const std::string& sSource, std::int
     deleteBackupFile(sPath);
     return true;
   }
-  std::unique_ptr<JTCPSocket> pListener;
-  std::unique_ptr<DataReceiver> pReceiver;
   std::uint16_t uPort = 0;
   if (!attempt("Remote Backup Failed: Unable to open Socket", [&] {
         pListener = std::make_unique<JTCPSocket>(std::uint16_t{0});
@@ -288,6 +335,7 @@ bool StorageAccessController3X4X::runBackup(const std::string& sSource, std::int
     deleteBackupFile(sPath);
     return true;
   }
+  runningCopy.setReceiver(*pReceiver);
   const bool bCopied = pull(recording, source.sProtocol, uPort, *pReceiver);
   if (pReceiver->getFramesWritten() == 0) {
     deleteBackupFile(sPath);

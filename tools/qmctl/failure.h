@@ -8,9 +8,11 @@ namespace qmctl {
 /// How the tool ends. Scripts rely on these numbers; never renumber.
 enum ExitStatus : int {
   kDone = 0,
-  kFailed = 1,        ///< the operation failed
-  kWrongUsage = 2,    ///< nothing was tried
-  kNoConnection = 3,  ///< the Manager wasn't reached
+  kFailed = 1,         ///< the operation failed
+  kWrongUsage = 2,     ///< nothing was tried
+  kNoConnection = 3,   ///< the Manager wasn't reached
+  kInterrupted = 130,  ///< SIGINT has ended a copy in order
+  kTerminated = 143,   ///< so has SIGTERM
 };
 
 /// Ends a command. The text goes to standard error, line by line.

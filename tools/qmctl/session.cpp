@@ -57,8 +57,8 @@ bool Session::isConnected() {
   return iStatus == kConnected;
 }
 
-/// Throws the control's messages, newest first. Without a link the control gives its last one at every call.
-void Session::fail() {
+/// Without a link the control gives its last message at every call.
+std::string Session::takeMessages() {
   std::string sText;
   for (int i = 0; i < kMostMessages; ++i) {
     std::u16string sMessage;
@@ -71,6 +71,11 @@ void Session::fail() {
       break;
     }
   }
+  return sText;
+}
+
+void Session::fail() {
+  std::string sText = takeMessages();
   if (sText.empty()) {
     sText = isConnected() ? "the Manager refused and gave no reason"
                           : "the operation failed, and the link to the Manager is down";

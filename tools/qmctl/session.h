@@ -39,6 +39,9 @@ class Session {
   using Command = std::function<void(JQMStorageAccessCtrl& control, std::int32_t& iResult)>;
   void run(const Command& command);
 
+  /// The control's messages, the newest first, a line each; they are taken out.
+  std::string takeMessages();
+
  private:
   bool isConnected();
   [[noreturn]] void fail();

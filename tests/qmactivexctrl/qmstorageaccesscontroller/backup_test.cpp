@@ -1,21 +1,21 @@
-#include <cstring>
 #include <gmock/gmock.h>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "coreapi/qmci/bitstream.h"
-#include "coreapi/qmci/streaminfonet.h"
-#include "coreapi/qmstream/rcpyheader.h"
-#include "coreapi/qmstream/tpktheader.h"
-#include "coreapi/qmutils/socket/jtcpsocket.h"
-#include "tests/coreapi/qmci/streamsamples.h"
+#include "tests/qmactivexctrl/qmstorageaccesscontroller/pushing.h"
 #include "tests/qmactivexctrl/qmstorageaccesscontroller/referencelink.h"
 #include "tests/support/tempdir.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
+using qm_test::copied;
+using qm_test::description;
+using qm_test::framed;
+using qm_test::Pushing;
 using qm_test::ReferenceLink;
+using qm_test::tpkt;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -24,91 +24,11 @@ constexpr const char* kEnd = "03/03/2011 11:00:00.000000UTC";
 const std::string kFailed = "Remote Backup Failed: ";
 const std::string kHostDown = kFailed + "Remote host must be down";
 
-/// A frame of a remote copy, or its end.
-std::string copied(const std::string& sPayload, std::uint64_t uNumber = 1) {
-  qm_stream::RemoteCopyFrameHeader header;
-  header.setFrameSize(static_cast<std::uint32_t>(sPayload.size()));
-  header.setFrameNumber(uNumber);
-  header.setTimeStamp(12943620000000000 + uNumber * 40000);
-  header.setAccessPoint(true);
-  return std::string(reinterpret_cast<const char*>(header.data()), header.kSize) + sPayload;
-}
+/// A controller whose Manager pushes.
+struct CopyLink : ReferenceLink, Pushing {
+  explicit CopyLink(const std::string& sProtocol) : Pushing(manager, sProtocol) {}
 
-std::string tpkt(const std::string& sFrame) {
-  const qm_stream::TPKT header(static_cast<std::uint32_t>(sFrame.size()));
-  return std::string(reinterpret_cast<const char*>(header.data()), header.kSize) + sFrame;
-}
-
-/// A frame with its record's header of `uHeader` bytes in a TPKT stream.
-std::string framed(const std::string& sPayload, std::uint16_t wKind = 2, std::uint32_t uHeader = 48) {
-  std::string sHeader(std::max(uHeader, 48U), 'h');
-  qm_ci::Bitstream oBs;
-  oBs.attach(sHeader.data(), 48);
-  oBs.setFormat(qm_ci::QMCI_FMT_PACKET, 1);
-  oBs.setHeaderLength(uHeader);
-  oBs.setPictureType(wKind);
-  oBs.setAccessFlags(3);
-  oBs.setTimestamp(12943620000000000);
-  oBs.setFrameNumber(1);
-  qm_ci::hton(oBs.getQMCIBitstreamPtr());
-  return tpkt(sHeader + sPayload);
-}
-
-std::string description() {
-  const qm_ci::StreamInfo info = qm_test::videoStream();
-  std::vector<std::uint8_t> bytes(info.getBytes().begin(), info.getBytes().end());
-  qm_ci::swapStreamInfo(bytes);
-  return framed(std::string(bytes.begin(), bytes.end()), 5);
-}
-
-/// A Manager that pushes bytes.
-struct CopyLink : ReferenceLink {
-  /// With an empty protocol the description comes in the answer and the remote copy stream is meant.
-  explicit CopyLink(const std::string& sProtocol) {
-    manager.answer("rpc_getStreamInfo", [sProtocol](const JParams&) {
-      auto pAnswer = std::make_unique<JParams>();
-      pAnswer->add("authoringApp", "tester");
-      if (sProtocol.empty()) {
-        qm_ci::writeStreamInfoR30(qm_test::videoStream(), *pAnswer);
-      } else {
-        pAnswer->add("ProtocolVersion", std::string_view(sProtocol));
-      }
-      return pAnswer;
-    });
-  }
-  ~CopyLink() { join(); }
-
-  /// The bytes go out when the call is answered; then the connection ends, or with `bStall` stays until
-  /// the client closes it.
-  void push(const std::string& sWire, bool bStall = false) {
-    join();
-    manager.answer("rpc_remoteCopy", [this, sWire, bStall](const JParams& params) {
-      std::int32_t iPort = 0;
-      params.get("BackupPort", iPort, true);
-      pusher = std::thread([sWire, bStall, iPort] {
-        // The client may close at any time: that ends the pushing.
-        qm_test::thrownBy([&] {
-          JTCPSocket socket;
-          socket.connect(JInetAddr("127.0.0.1", static_cast<std::uint16_t>(iPort)));
-          socket.write(sWire.data(), sWire.size());
-          if (!bStall) {
-            socket.shutdownWrite();
-          }
-          char end;
-          socket.read(&end, 1);
-        });
-      });
-      return std::make_unique<JParams>();
-    });
-  }
-  void join() {
-    if (pusher.joinable()) {
-      pusher.join();
-    }
-  }
   std::int32_t copy(const std::string& sPath) { return control.remoteCopy("cam 1", 25, sPath, kStart, kEnd); }
-
-  std::thread pusher;
 };
 
 TEST(Backup, WritesWhatIsPushedAndTellsHowItEnded) {
@@ -255,6 +175,49 @@ TEST(Backup, EndsItsWaitWhenTheLinkGoes) {
   cutter.join();
   EXPECT_EQ(control.getLastError(), kFailed + "QMService link down");
   EXPECT_FALSE(std::filesystem::exists(dir.path("a.asf")));
+}
+
+/// Whenever it comes, the copy returns, and what came until then is a whole file.
+TEST(Backup, IsCancelledFromAnotherThread) {
+  const std::string sCopied = copied("first frame") + copied("lost").substr(0, 27);
+  const std::string sTpkt = description() + framed("first frame");
+  struct {
+    const char* name;
+    const char* szProtocol;
+    const char* szStalled;  ///< the call before whose answer it comes; null for in mid-frame
+    std::string sWire;
+  } const rows[] = {{"before the receiver is there", "QM_TPKT", "rpc_getStreamInfo", ""},
+                    {"before the connection", "QM_TPKT", "rpc_remoteCopy", ""},
+                    {"in a remote copy", "", nullptr, sCopied},
+                    {"in tpkt", "QM_TPKT", nullptr, sTpkt}};
+  const qm_test::TempDir dir;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string sPath = dir.path("copy.asf");
+    CopyLink link(row.szProtocol);
+    EXPECT_FALSE(link.control.cancelCopy()) << "nothing runs";
+    link.push(row.sWire, true);
+    if (row.szStalled != nullptr) {
+      link.manager.stall(row.szStalled);
+    }
+    std::thread canceller([&] {
+      if (row.szStalled != nullptr) {
+        link.manager.awaitRequests(std::string(row.szStalled) == "rpc_getStreamInfo" ? 1 : 2);
+      } else {
+        while (qm_test::readFile(sPath).find("first frame") == std::string::npos) {
+          std::this_thread::yield();
+        }
+      }
+      EXPECT_TRUE(link.control.cancelCopy());
+      link.manager.release();
+    });
+    EXPECT_EQ(link.copy(sPath), -1);
+    canceller.join();
+    EXPECT_THAT(link.messages(), ElementsAre(kFailed + "Cancelled"));
+    EXPECT_FALSE(link.control.cancelCopy());
+    EXPECT_EQ(std::filesystem::exists(sPath), row.szStalled == nullptr);
+    std::filesystem::remove(sPath);
+  }
 }
 
 TEST(Backup, LimitsItsSpan) {
