@@ -1,5 +1,6 @@
 #include "coreapi/qmutils/log/JLog.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <string_view>
@@ -151,6 +152,18 @@ void JLog::log(std::uint32_t uLevel, const qm_utils::ITraceableObject* pObject, 
   va_start(arguments, szFormat);
   logV(uLevel, pObject, szFormat, arguments);
   va_end(arguments);
+}
+
+bool JLog::isTaken(std::uint32_t uLevel) noexcept {
+  bool bTaken = false;
+  quietly([&] {
+    LogState& state = logState();
+    ensureConfigured(state);
+    const JAutoLock lock(state.mutex);
+    bTaken = std::any_of(state.outputs.begin(), state.outputs.end(),
+                         [uLevel](const auto& pOutput) { return pOutput->takes(uLevel); });
+  });
+  return bTaken;
 }
 
 void JLog::route(const Msg& record) noexcept {

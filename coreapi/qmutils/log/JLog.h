@@ -46,6 +46,9 @@ class JLog {
     /// Takes one record. Comes under the log's lock, from any thread, so it must not wait.
     virtual void write(const Msg& record) = 0;
 
+    /// Whether records of a level are more than dropped here. Comes under the log's lock, as `write`.
+    virtual bool takes(std::uint32_t /*uLevel*/) const noexcept { return true; }
+
     const std::string& getName() const noexcept { return m_sName; }
 
    private:
@@ -128,6 +131,9 @@ class JLog {
   [[gnu::format(printf, 3, 0)]] static void logV(std::uint32_t uLevel,
                                                  const qm_utils::ITraceableObject* pObject,
                                                  const char* szFormat, va_list arguments) noexcept;
+
+  /// Whether any output takes records of a level, for those who would log one for each of a million objects.
+  static bool isTaken(std::uint32_t uLevel) noexcept;
 
   /// Sets the instance of records that come from no traceable object; "System" at first.
   static void setDefaultInstance(const std::string& sInstance);

@@ -64,8 +64,12 @@ JLogFormattedOutput::JLogFormattedOutput(std::string sName, std::string sThreadN
       m_format(readFormat(key)),
       m_bOneLine(bOneLine) {}
 
+bool JLogFormattedOutput::takes(std::uint32_t uLevel) const noexcept {
+  return uLevel >= JLog::kFirstObjectLevel || (m_uMask >> uLevel & 1U) != 0;
+}
+
 void JLogFormattedOutput::write(const JLog::Msg& record) {
-  if (record.uLevel >= JLog::kFirstObjectLevel || (m_uMask >> record.uLevel & 1U) != 0) {
+  if (takes(record.uLevel)) {
     JLogThreadedOutput::write(record);
   }
 }

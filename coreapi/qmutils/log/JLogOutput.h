@@ -41,6 +41,9 @@ class JLogFormattedOutput : public JLogThreadedOutput {
   /// A record that the mask keeps out is done at once.
   void write(const JLog::Msg& record) override;
 
+  /// As the mask says; of levels from 13 up, all.
+  bool takes(std::uint32_t uLevel) const noexcept override;
+
   bool writeRecord(const JLog::Msg& record) override;
 
   /// Writes the finished line of a record. An error makes the record be tried again.

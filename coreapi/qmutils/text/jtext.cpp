@@ -124,4 +124,10 @@ void trimSpace(std::string& sText) {
   trimSpaceLeft(sText);
 }
 
+bool equalsInAnyCase(std::string_view sLeft, std::string_view sRight) noexcept {
+  const auto lowered = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  return std::equal(sLeft.begin(), sLeft.end(), sRight.begin(), sRight.end(),
+                    [&](char left, char right) { return lowered(left) == lowered(right); });
+}
+
 }  // namespace qm_utils

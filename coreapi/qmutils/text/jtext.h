@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <string>
+#include <string_view>
 
 /// Printing into strings, and trimming them. No shared state; any thread.
 namespace qm_utils {
@@ -27,5 +28,8 @@ void trimRight(std::u16string& sText);
 void trimSpaceLeft(std::string& sText);
 void trimSpaceRight(std::string& sText);
 void trimSpace(std::string& sText);
+
+/// Whether two texts are the same but for the case of the letters A to Z.
+bool equalsInAnyCase(std::string_view sLeft, std::string_view sRight) noexcept;
 
 }  // namespace qm_utils

@@ -5,7 +5,19 @@
 
 #include "coreapi/platform/clocale.h"
 #include "coreapi/platform/clock.h"
+#include "coreapi/qmutils/time/calendar.h"
 #include "coreapi/qmutils/time/jsplittime.h"
+
+namespace {
+
+/// Writes a number that isn't negative with so many digits, zeros in front.
+void writeDigits(char* szDigits, int iCount, int iNumber) noexcept {
+  for (char* p = szDigits + iCount; p != szDigits; iNumber /= 10) {
+    *--p = static_cast<char>('0' + iNumber % 10);
+  }
+}
+
+}  // namespace
 
 JTime JTime::now() noexcept {
   return JTime::fromMicroseconds(kEpochOffset).add(qm_platform::utcClockMicroseconds());
@@ -103,7 +115,23 @@ bool JTime::fromText(const char* szText) noexcept {
 }
 
 std::string JTime::toUSFormat() const {
-  return JUTCSplitTime(*this).toUSFormat();
+  std::string sText;
+  appendUSFormat(sText);
+  return sText;
+}
+
+void JTime::appendUSFormat(std::string& sText) const {
+  // All that 32-bit seconds hold has a year of four digits.
+  const qm_utils::CalendarFields fields = qm_utils::calendarFromSeconds(toUnixSeconds());
+  char szText[] = "00/00/0000 00:00:00.000000UTC";
+  writeDigits(szText, 2, fields.iMonth + 1);
+  writeDigits(szText + 3, 2, fields.iDayOfMonth);
+  writeDigits(szText + 6, 4, fields.iYear + 1900);
+  writeDigits(szText + 11, 2, fields.iHours);
+  writeDigits(szText + 14, 2, fields.iMinutes);
+  writeDigits(szText + 17, 2, fields.iSeconds);
+  writeDigits(szText + 20, 6, static_cast<int>(m_uMicroseconds % kMicrosecondsPerSecond));
+  sText.append(szText, sizeof szText - 1);
 }
 
 std::string JTime::toISOFormat() const {

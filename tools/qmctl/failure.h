@@ -1,0 +1,27 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace qmctl {
+
+/// How the tool ends. Scripts rely on these numbers; never renumber.
+enum ExitStatus : int {
+  kDone = 0,
+  kFailed = 1,        ///< the operation failed
+  kWrongUsage = 2,    ///< nothing was tried
+  kNoConnection = 3,  ///< the Manager wasn't reached
+};
+
+/// Ends a command. The text goes to standard error, line by line.
+class Failure : public std::runtime_error {
+ public:
+  Failure(ExitStatus eStatus, const std::string& sText) : std::runtime_error(sText), m_eStatus(eStatus) {}
+
+  ExitStatus getStatus() const noexcept { return m_eStatus; }
+
+ private:
+  ExitStatus m_eStatus;
+};
+
+}  // namespace qmctl

@@ -1,0 +1,61 @@
+#include "tools/qmctl/output.h"
+
+#include <algorithm>
+#include <ostream>
+#include <utility>
+
+#include "tools/qmctl/text.h"
+
+namespace qmctl {
+
+void writeJson(std::ostream& out, const Json& object) {
+  out << object.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+Table::Table(std::ostream& out, std::vector<std::string> headers) : m_out(out), m_widths(headers.size()) {
+  measure(headers);
+  m_kept.push_back(std::move(headers));
+}
+
+void Table::add(std::vector<std::string> row) {
+  std::ranges::transform(row, row.begin(), [](const std::string& sText) { return printable(sText); });
+  if (!m_bMeasuring) {
+    write(row);
+    return;
+  }
+  measure(row);
+  m_kept.push_back(std::move(row));
+  if (m_kept.size() > kRowsForWidths) {
+    finish();
+  }
+}
+
+void Table::finish() {
+  if (!m_bMeasuring || m_kept.size() < 2) {
+    return;
+  }
+  for (const auto& row : m_kept) {
+    write(row);
+  }
+  m_kept.clear();
+  m_bMeasuring = false;
+}
+
+void Table::measure(const std::vector<std::string>& row) {
+  for (std::size_t i = 0; i < m_widths.size() && i < row.size(); ++i) {
+    m_widths[i] = std::max(m_widths[i], countCharacters(row[i]));
+  }
+}
+
+void Table::write(const std::vector<std::string>& row) {
+  for (std::size_t i = 0; i < row.size(); ++i) {
+    m_out << row[i];
+    if (i + 1 < row.size()) {
+      const std::size_t uCharacters = countCharacters(row[i]);
+      m_out << std::string(m_widths[i] - std::min(m_widths[i], uCharacters) + 2, ' ');
+    }
+  }
+  m_out << '\n';
+}
+
+}  // namespace qmctl
