@@ -18,6 +18,7 @@ struct Context {
   std::ostream& error;
   bool bTerminal;              ///< `in` is a terminal
   std::function<void()> todo;  ///< the command of the command line
+  bool bErrorTerminal = false;  ///< `error` is a terminal: long work shows there how far it is
 };
 
 // Each adds its family of commands. A command puts what it does into `Context::todo`.
@@ -26,6 +27,8 @@ void addStatusCommand(CLI::App& app, Context& context);
 void addListCommands(CLI::App& app, Context& context);
 void addSearchCommand(CLI::App& app, Context& context);
 void addArchiveCommands(CLI::App& app, Context& context);
+void addFileCommands(CLI::App& app, Context& context);
+void addExportCommand(CLI::App& app, Context& context);
 void addScriptCommand(CLI::App& app, Context& context);
 
 /// A command with an example in its help text.

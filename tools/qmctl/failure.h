@@ -11,6 +11,7 @@ enum ExitStatus : int {
   kFailed = 1,        ///< the operation failed
   kWrongUsage = 2,    ///< nothing was tried
   kNoConnection = 3,  ///< the Manager wasn't reached
+  kInterrupted = 130,  ///< by Ctrl-C, as a shell has it
 };
 
 /// Ends a command. The text goes to standard error, line by line.
