@@ -8,6 +8,7 @@
 #include "coreapi/platform/largeblock.h"
 #include "coreapi/qmci/audioinfo.h"
 #include "coreapi/qmci/bitmapheader.h"
+#include "coreapi/qmci/mimetypes.h"
 #include "coreapi/qmci/videoinfo.h"
 #include "coreapi/qmci/waveheader.h"
 #include "coreapi/qmutils/error/jerror.h"
@@ -26,6 +27,10 @@ using qm_platform::readLE64;
 namespace {
 
 constexpr std::size_t kMaxHeaderList = 0x100000;
+
+/// Bytes that a picture of others may have in any case, and those that no header can ask for.
+constexpr std::uint32_t kLeastLimit = 1U << 20;
+constexpr std::uint32_t kMostLimit = 64U << 20;
 constexpr std::uint32_t kDisabled = 1;           ///< a flag of a stream header
 constexpr std::uint32_t kSizeTopBit = 1U << 31;  ///< of chunks that can't be
 constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
@@ -192,6 +197,12 @@ void AVIFileInfo::describeVideo(std::span<const std::uint8_t> header, std::span<
   if (uScale != 0 && uRate != 0) {
     info.setPictureRate(uRate, uScale);
   }
+  if (!isCIStream(getStreamCount())) {
+    // A coded picture may be larger than a plain one, so that the size in the format is no limit.
+    const std::uint32_t uLargest = readLE32(header.data() + stream_header::kSuggestedBufferSizeAt);
+    info.setNomMaxBitstreamSize(
+        std::max(info.getNomMaxBitstreamSize(), std::clamp(uLargest, kLeastLimit, kMostLimit)));
+  }
   stream.setStreamInfo(makeStreamInfo(qm_ci::QMCIVideoInfo(info.getCIInfo())));
 }
 
@@ -209,6 +220,8 @@ void AVIFileInfo::describeAudio(std::span<const std::uint8_t> header, std::span<
   if (!info.updateNotQMCIFromWFX(format)) {
     QM_THROW(JTextError, "updateAudioInfoNotQMCIFromWFX() failed.");
   }
+  // Any sound would be told to be PCM.
+  info.setMIMEType(qm_ci::waveMIMEType(qm_ci::readPcmHeader(format.data()).wFormatTag));
   m_streams.back()->setStreamInfo(makeStreamInfo(qm_ci::QMCIAudioInfo(info.getCIInfo())));
   m_audioTimings[m_streams.size() - 1] = {
       .uScale = readLE32(header.data() + stream_header::kScaleAt),
