@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cstring>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -248,6 +250,35 @@ void takeHeader(AVCodecParameters& coding, std::span<const std::uint8_t> frame) 
           av_packet_get_side_data(pPacket.get(), AV_PKT_DATA_NEW_EXTRADATA, &uSize)) {
     setExtradata(coding, {pHeader, uSize});
   }
+}
+
+PictureOrder::PictureOrder(const AVCodecParameters& coding)
+    : m_pParser(av_parser_init(coding.codec_id)), m_pContext(avcodec_alloc_context3(nullptr)) {
+  if (m_pParser != nullptr) {
+    m_pParser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+  }
+  if (m_pContext == nullptr || avcodec_parameters_to_context(m_pContext, &coding) < 0) {
+    av_parser_close(std::exchange(m_pParser, nullptr));
+  }
+}
+
+PictureOrder::~PictureOrder() {
+  av_parser_close(m_pParser);
+  avcodec_free_context(&m_pContext);
+}
+
+bool PictureOrder::isMovedForward(std::span<const std::uint8_t> picture) {
+  if (m_pParser == nullptr || picture.empty()) {
+    return false;
+  }
+  // Parsers read beyond the end.
+  std::vector<std::uint8_t> bytes(picture.size() + AV_INPUT_BUFFER_PADDING_SIZE);
+  std::ranges::copy(picture, bytes.begin());
+  std::uint8_t* pParsed = nullptr;
+  int iParsed = 0;
+  av_parser_parse2(m_pParser, m_pContext, &pParsed, &iParsed, bytes.data(), static_cast<int>(picture.size()),
+                   AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+  return m_pParser->pict_type == AV_PICTURE_TYPE_B;
 }
 
 void setExtradata(AVCodecParameters& coding, std::span<const std::uint8_t> bytes) {

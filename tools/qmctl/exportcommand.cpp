@@ -36,6 +36,7 @@ struct Arguments {
 /// A stream of the file that is exported.
 struct Exported {
   CodingPtr pCoding;  ///< null for a stream that is left out
+  std::unique_ptr<PictureOrder> pOrder;  ///< of pictures, where their order matters
   std::size_t uOut = 0;
   std::uint64_t uFrames = 0;
 };
@@ -46,6 +47,11 @@ bool isMp3Header(std::span<const std::uint8_t> frame) {
   constexpr std::size_t kSearched = 40;  // header and side information of every version
   const std::string_view sFront(reinterpret_cast<const char*>(frame.data()), std::min(frame.size(), kSearched));
   return sFront.find("Xing") != std::string_view::npos || sFront.find("Info") != std::string_view::npos;
+}
+
+/// What takes more codings than a file of an ending.
+const char* otherEnding(const std::string& sEnding) {
+  return sEnding == ".mkv" ? "; try .avi" : "; try .mkv";
 }
 
 class Export {
@@ -103,7 +109,7 @@ class Export {
       throw Failure(kFailed, sStream + " (" + avcodec_get_name(pCoding->codec_id) + "), which " +
                                  (isSingle() && m_uTaken > 0 ? "can't be a second stream of " : "can't go into ") +
                                  m_muxer.getEnding() + " files" +
-                                 (m_muxer.getEnding() == ".mkv" ? "" : "; try .mkv"));
+                                 otherEnding(m_muxer.getEnding()));
     }
     if (pCoding->extradata_size == 0 && hasHeaderInFrames(*pCoding)) {
       findHeader(uStream, *pCoding);
@@ -114,6 +120,9 @@ class Export {
     Exported& exported = m_streams.back();
     exported.uOut = m_muxer.addStream(*pCoding, bKnown ? period.uNumerator : 0,
                                       std::uint64_t{period.uDenominator} * kMillisecondsPerSecond);
+    if (pCoding->codec_type == AVMEDIA_TYPE_VIDEO && m_muxer.tellsWhenShown()) {
+      exported.pOrder = std::make_unique<PictureOrder>(*pCoding);
+    }
     exported.pCoding = std::move(pCoding);
     ++m_uTaken;
   }
@@ -151,6 +160,11 @@ class Export {
     if (!stream.pCoding || payload.empty() || qm_ci::isServiceFrame(m_reader.getFrame().getPictureType()) ||
         (stream.uFrames == 0 && stream.pCoding->codec_id == AV_CODEC_ID_MP3 && isMp3Header(payload))) {
       return;
+    }
+    if (stream.pOrder && stream.pOrder->isMovedForward(payload)) {
+      throw Failure(kFailed, m_given.sFile + ": the pictures of stream " + std::to_string(uStream) +
+                                 " are shown in another order than they are stored in, and the file doesn't "
+                                 "tell when; try .avi, which takes them as they are");
     }
     const std::uint64_t ullTime = m_reader.getFrame().getTimestamp();
     if (!m_bStarted) {

@@ -129,6 +129,9 @@ bool Muxer::takes(const AVCodecParameters& coding) const {
   if (m_sEnding == ".wav" && (coding.codec_type != AVMEDIA_TYPE_AUDIO || coding.bits_per_coded_sample == 0)) {
     return false;
   }
+  if (coding.codec_id == AV_CODEC_ID_RAWVIDEO && m_sEnding != ".avi") {
+    return false;
+  }
   return avformat_query_codec(m_pContext->oformat, coding.codec_id, FF_COMPLIANCE_NORMAL) == 1;
 }
 

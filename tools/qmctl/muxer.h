@@ -36,6 +36,9 @@ class Muxer {
   /// The ending of the file's name.
   const std::string& getEnding() const noexcept { return m_sEnding; }
 
+  /// Whether the file tells of each picture when it is shown, and not only in which order it is decoded.
+  bool tellsWhenShown() const noexcept { return m_sEnding == ".mkv" || m_sEnding == ".mp4"; }
+
   /// Adds a stream with frames of a period of `uPeriodNumerator` / `uPeriodDenominator` seconds, either 0 when
   /// it isn't known. Returns its number from 0.
   std::size_t addStream(const AVCodecParameters& coding, std::uint64_t uPeriodNumerator,
