@@ -41,8 +41,8 @@ struct Exported {
   std::uint64_t uFrames = 0;
 };
 
-/// Whether a frame of MPEG audio is no sound but the header that some writers put in front. The muxer makes
-/// its own one.
+/// Whether a frame of MPEG audio is no sound but the header that some writers put in front, which tells the
+/// length of the sound. It belongs into a file of MPEG audio alone.
 bool isMp3Header(std::span<const std::uint8_t> frame) {
   constexpr std::size_t kSearched = 40;  // header and side information of every version
   const std::string_view sFront(reinterpret_cast<const char*>(frame.data()), std::min(frame.size(), kSearched));
@@ -157,8 +157,12 @@ class Export {
     const std::uint32_t uStream = m_reader.getStream();
     Exported& stream = m_streams.at(uStream - 1);
     const auto payload = m_reader.getPayload();
-    if (!stream.pCoding || payload.empty() || qm_ci::isServiceFrame(m_reader.getFrame().getPictureType()) ||
-        (stream.uFrames == 0 && stream.pCoding->codec_id == AV_CODEC_ID_MP3 && isMp3Header(payload))) {
+    if (!stream.pCoding || payload.empty() || qm_ci::isServiceFrame(m_reader.getFrame().getPictureType())) {
+      return;
+    }
+    const bool bHeader =
+        stream.uFrames == 0 && stream.pCoding->codec_id == AV_CODEC_ID_MP3 && isMp3Header(payload);
+    if (bHeader && m_muxer.getEnding() != ".mp3") {
       return;
     }
     if (stream.pOrder && stream.pOrder->isMovedForward(payload)) {
@@ -169,7 +173,7 @@ class Export {
     const std::uint64_t ullTime = m_reader.getFrame().getTimestamp();
     if (!m_bStarted) {
       m_ullBegin = beginning(ullTime);
-      m_muxer.start(JTime::fromMicroseconds(m_ullBegin));
+      m_muxer.start(JTime::fromMicroseconds(m_ullBegin), bHeader);
       m_bStarted = true;
     }
     m_muxer.write(stream.uOut, payload, ullTime - std::min(ullTime, m_ullBegin),

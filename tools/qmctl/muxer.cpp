@@ -14,6 +14,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/mathematics.h>
 #include <libavutil/mem.h>
+#include <libavutil/opt.h>
 }
 
 #include "coreapi/platform/fileaccess.h"
@@ -167,10 +168,13 @@ std::size_t Muxer::addStream(const AVCodecParameters& coding, std::uint64_t uPer
   return m_streams.size() - 1;
 }
 
-void Muxer::start(JTime date) {
+void Muxer::start(JTime date, bool bHeaderGiven) {
   openWorkFile();
   openIo();
   av_dict_set(&m_pContext->metadata, "creation_time", iso(date).c_str(), 0);
+  if (bHeaderGiven && m_sEnding == ".mp3") {
+    av_opt_set(m_pContext->priv_data, "write_xing", "0", 0);
+  }
   check(avformat_write_header(m_pContext.get(), nullptr), "can't begin the file");
 }
 
@@ -185,6 +189,7 @@ void Muxer::openWorkFile() {
                                             .exclusive = true},
                                            opened);
   if (iError != 0) {
+    qm_platform::removeUnused(sWork);  // it may be there all the same
     throw Failure(kFailed, sWork + ": " + qm_platform::systemErrorText(static_cast<unsigned>(iError)));
   }
   m_sWork = sWork;

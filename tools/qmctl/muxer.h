@@ -44,8 +44,9 @@ class Muxer {
   std::size_t addStream(const AVCodecParameters& coding, std::uint64_t uPeriodNumerator,
                         std::uint64_t uPeriodDenominator);
 
-  /// Makes the work file and writes the header. `date` is when the recording begins.
-  void start(JTime date);
+  /// Makes the work file and writes the header. `date` is when the recording begins. With `bHeaderGiven` the
+  /// first frame is the header that MPEG audio may have, so that none is made.
+  void start(JTime date, bool bHeaderGiven);
 
   /// Writes a frame, `ullTime` microseconds behind the beginning. A time that isn't behind that of the frame
   /// before is moved on by as little as the file can tell.
