@@ -254,7 +254,8 @@ void AVIFileInfo::setMeanSamplings(std::uint32_t uStream, std::uint32_t uFrames)
   }
   const auto description = stream.getStreamInfo()->getBytes().subspan(qm_ci::StreamInfo::kDescriptionAt);
   qm_ci::QMAudioInfo info(description);
-  info.setSamplingsPerFrame(samplingsOf(timing, info.getSamplingRate(), static_cast<double>(timing.uLength) / uFrames));
+  info.setSamplingsPerFrame(
+      samplingsOf(timing, info.getSamplingRate(), static_cast<double>(timing.uLength) / uFrames));
   stream.setStreamInfo(makeStreamInfo(qm_ci::QMCIAudioInfo(info.getCIInfo())));
 }
 

@@ -16,8 +16,8 @@ struct Context {
   std::istream& in;
   std::ostream& out;
   std::ostream& error;
-  bool bTerminal;              ///< `in` is a terminal
-  std::function<void()> todo;  ///< the command of the command line
+  bool bTerminal;               ///< `in` is a terminal
+  std::function<void()> todo;   ///< the command of the command line
   bool bErrorTerminal = false;  ///< `error` is a terminal: long work shows there how far it is
 };
 

@@ -18,8 +18,8 @@ extern "C" {
 #include "coreapi/platform/byteorder.h"
 #include "coreapi/qmci/audioinfo.h"
 #include "coreapi/qmci/mimetypes.h"
-#include "coreapi/qmci/videoinfo.h"
 #include "coreapi/qmci/vfwtypes.h"
+#include "coreapi/qmci/videoinfo.h"
 #include "tools/qmctl/failure.h"
 
 namespace qmctl {
@@ -35,10 +35,10 @@ struct NamedCoding {
 };
 
 constexpr std::array kVideoCodings{
-    NamedCoding{"video/H264", AV_CODEC_ID_H264},    NamedCoding{"video/H265", AV_CODEC_ID_HEVC},
-    NamedCoding{"video/HEVC", AV_CODEC_ID_HEVC},    NamedCoding{"video/MP4V-ES", AV_CODEC_ID_MPEG4},
-    NamedCoding{"video/JPEG", AV_CODEC_ID_MJPEG},   NamedCoding{"image/jpeg", AV_CODEC_ID_MJPEG},
-    NamedCoding{"video/H263", AV_CODEC_ID_H263},    NamedCoding{"video/MPV", AV_CODEC_ID_MPEG2VIDEO},
+    NamedCoding{"video/H264", AV_CODEC_ID_H264},  NamedCoding{"video/H265", AV_CODEC_ID_HEVC},
+    NamedCoding{"video/HEVC", AV_CODEC_ID_HEVC},  NamedCoding{"video/MP4V-ES", AV_CODEC_ID_MPEG4},
+    NamedCoding{"video/JPEG", AV_CODEC_ID_MJPEG}, NamedCoding{"image/jpeg", AV_CODEC_ID_MJPEG},
+    NamedCoding{"video/H263", AV_CODEC_ID_H263},  NamedCoding{"video/MPV", AV_CODEC_ID_MPEG2VIDEO},
 };
 
 /// PCM is missing: its coding depends on the bits of a sample.
@@ -116,8 +116,8 @@ CodingPtr plainPictures(std::string_view sBits, bool bBottomUp) {
 }
 
 CodingPtr videoCoding(std::string_view sMIMEType) {
-  for (const auto& [sType, bBottomUp] : {std::pair{qm_ci::kVfwTopDownRgbType, true},
-                                        std::pair{qm_ci::kVfwRgbType, false}}) {
+  for (const auto& [sType, bBottomUp] :
+       {std::pair{qm_ci::kVfwTopDownRgbType, true}, std::pair{qm_ci::kVfwRgbType, false}}) {
     if (sMIMEType.starts_with(sType)) {
       return plainPictures(sMIMEType.substr(sType.size()), bBottomUp);
     }
@@ -147,7 +147,8 @@ CodingPtr describeVideo(const StreamInfo& streamInfo) {
   pCoding->height = static_cast<int>(info.getHeight());
   const qm_ci::Fraction aspect = info.getPixelAspectRatio();
   if (aspect.uNumerator != 0 && aspect.uDenominator != 0 && aspect.uNumerator != aspect.uDenominator) {
-    pCoding->sample_aspect_ratio = {static_cast<int>(aspect.uNumerator), static_cast<int>(aspect.uDenominator)};
+    pCoding->sample_aspect_ratio = {static_cast<int>(aspect.uNumerator),
+                                    static_cast<int>(aspect.uDenominator)};
   }
   if (pCoding->extradata_size == 0) {
     setExtradata(*pCoding, info.getCodingParams());
@@ -218,7 +219,7 @@ struct FreePacket {
 }  // namespace
 
 CodingPtr codingOf(const StreamInfo& streamInfo) {
-  return streamInfo.isVideo() ? describeVideo(streamInfo)
+  return streamInfo.isVideo()   ? describeVideo(streamInfo)
          : streamInfo.isAudio() ? describeAudio(streamInfo)
                                 : nullptr;
 }

@@ -35,7 +35,7 @@ struct Arguments {
 
 /// A stream of the file that is exported.
 struct Exported {
-  CodingPtr pCoding;  ///< null for a stream that is left out
+  CodingPtr pCoding;                     ///< null for a stream that is left out
   std::unique_ptr<PictureOrder> pOrder;  ///< of pictures, where their order matters
   std::size_t uOut = 0;
   std::uint64_t uFrames = 0;
@@ -45,7 +45,8 @@ struct Exported {
 /// length of the sound. It belongs into a file of MPEG audio alone.
 bool isMp3Header(std::span<const std::uint8_t> frame) {
   constexpr std::size_t kSearched = 40;  // header and side information of every version
-  const std::string_view sFront(reinterpret_cast<const char*>(frame.data()), std::min(frame.size(), kSearched));
+  const std::string_view sFront(reinterpret_cast<const char*>(frame.data()),
+                                std::min(frame.size(), kSearched));
   return sFront.find("Xing") != std::string_view::npos || sFront.find("Info") != std::string_view::npos;
 }
 
@@ -105,11 +106,16 @@ class Export {
     if (!pCoding) {
       throw Failure(kFailed, sStream + ", which no common player knows; it can't be exported");
     }
+    if (pCoding->codec_id == AV_CODEC_ID_RAWVIDEO && formatOf(m_reader.getFileInfo()) == std::string("asf")) {
+      throw Failure(kFailed, sStream +
+                                 ", and an ASF file doesn't tell whether the top line of such pictures "
+                                 "comes first or last; it can't be exported");
+    }
     if (!m_muxer.takes(*pCoding) || (isSingle() && m_uTaken > 0)) {
-      throw Failure(kFailed, sStream + " (" + avcodec_get_name(pCoding->codec_id) + "), which " +
-                                 (isSingle() && m_uTaken > 0 ? "can't be a second stream of " : "can't go into ") +
-                                 m_muxer.getEnding() + " files" +
-                                 otherEnding(m_muxer.getEnding()));
+      throw Failure(kFailed,
+                    sStream + " (" + avcodec_get_name(pCoding->codec_id) + "), which " +
+                        (isSingle() && m_uTaken > 0 ? "can't be a second stream of " : "can't go into ") +
+                        m_muxer.getEnding() + " files" + otherEnding(m_muxer.getEnding()));
     }
     if (pCoding->extradata_size == 0 && hasHeaderInFrames(*pCoding)) {
       findHeader(uStream, *pCoding);

@@ -8,9 +8,9 @@ namespace qmctl {
 /// How the tool ends. Scripts rely on these numbers; never renumber.
 enum ExitStatus : int {
   kDone = 0,
-  kFailed = 1,        ///< the operation failed
-  kWrongUsage = 2,    ///< nothing was tried
-  kNoConnection = 3,  ///< the Manager wasn't reached
+  kFailed = 1,         ///< the operation failed
+  kWrongUsage = 2,     ///< nothing was tried
+  kNoConnection = 3,   ///< the Manager wasn't reached
   kInterrupted = 130,  ///< by Ctrl-C, as a shell has it
 };
 

@@ -155,8 +155,8 @@ void printInfo(Context& context, const std::string& sFile) {
              {"parameters", toJson(fileInfo.getParams())},
              {"streams", Json::array()}};
   for (std::uint32_t uNumber = 1; uNumber <= fileInfo.getStreamCount(); ++uNumber) {
-    facts["streams"].push_back(streamToJson(uNumber, factsOf(reader, uNumber, bFinished),
-                                            fileInfo.getStream(uNumber)->getParams()));
+    facts["streams"].push_back(
+        streamToJson(uNumber, factsOf(reader, uNumber, bFinished), fileInfo.getStream(uNumber)->getParams()));
   }
   if (context.settings.bJson) {
     writeJson(context.out, facts);
@@ -222,7 +222,9 @@ void printIndex(Context& context, const std::string& sFile) {
         writeJson(context.out, object);
         continue;
       }
-      const auto cell = [&](const char* szKey) { return object[szKey].is_null() ? "-" : object[szKey].dump(); };
+      const auto cell = [&](const char* szKey) {
+        return object[szKey].is_null() ? "-" : object[szKey].dump();
+      };
       table.add({cell("stream"), cell("number"), cell("position"),
                  object["time"].is_null() ? "-" : dateText(entry->ullTime), cell("frameNumber"),
                  cell("flags")});
@@ -242,9 +244,8 @@ void addDescription(CLI::App& file, Context& context, const char* szName, const 
       addCommand(file, szName, szDescription, "--json file " + std::string(szName) + " clip.asf");
   const auto pFile = std::make_shared<std::string>();
   addFileArgument(command, *pFile);
-  command.callback([&context, pFile, print] {
-    context.todo = [&context, pFile, print] { print(context, *pFile); };
-  });
+  command.callback(
+      [&context, pFile, print] { context.todo = [&context, pFile, print] { print(context, *pFile); }; });
 }
 
 }  // namespace
@@ -254,8 +255,8 @@ void addFileArgument(CLI::App& command, std::string& sFile) {
 }
 
 void addFileCommands(CLI::App& app, Context& context) {
-  CLI::App& file = addCommand(app, "file", "Describes or mends a media file; needs no Manager",
-                              "file info clip.asf");
+  CLI::App& file =
+      addCommand(app, "file", "Describes or mends a media file; needs no Manager", "file info clip.asf");
   file.require_subcommand(1);
   addDescription(file, context, "info", "What a file holds", printInfo);
   addDescription(file, context, "frames", "Each frame of a file, with the SHA-256 of its payload",

@@ -154,11 +154,11 @@ void addMendCommands(CLI::App& file, Context& context) {
       addCommand(file, "rebuild", "Gives an ASF file that its writer never finished its index and header",
                  "file rebuild clip.asf");
   addFileArgument(rebuilding, pGiven->sFile);
-  rebuilding.callback([&context, pGiven] {
-    context.todo = [&context, pGiven] { rebuild(context, pGiven->sFile); };
-  });
-  CLI::App& cutting = addCommand(file, "cut", "Cuts an ASF file off: the frame of a date and all later ones go",
-                                 "file cut clip.asf 2011-03-03T10:00:00Z");
+  rebuilding.callback(
+      [&context, pGiven] { context.todo = [&context, pGiven] { rebuild(context, pGiven->sFile); }; });
+  CLI::App& cutting =
+      addCommand(file, "cut", "Cuts an ASF file off: the frame of a date and all later ones go",
+                 "file cut clip.asf 2011-03-03T10:00:00Z");
   addFileArgument(cutting, pGiven->sFile);
   const auto isTime = [](const std::string& sDate) -> std::string {
     try {
@@ -171,8 +171,7 @@ void addMendCommands(CLI::App& file, Context& context) {
   cutting.add_option("DATE", pGiven->sDate, "The date of the first frame that goes")
       ->required()
       ->check(CLI::Validator(isTime, "DATE"));
-  cutting.callback(
-      [&context, pGiven] { context.todo = [&context, pGiven] { cut(context, *pGiven); }; });
+  cutting.callback([&context, pGiven] { context.todo = [&context, pGiven] { cut(context, *pGiven); }; });
 }
 
 }  // namespace qmctl

@@ -5,7 +5,7 @@
 
 int main(int argc, char** argv) {
   std::ios::sync_with_stdio(false);
-  qmctl::Context context{{}, std::cin, std::cout, std::cerr, qm_platform::isTerminal(0), {},
-                         qm_platform::isTerminal(2)};
+  qmctl::Context context{
+      {}, std::cin, std::cout, std::cerr, qm_platform::isTerminal(0), {}, qm_platform::isTerminal(2)};
   return qmctl::runCommandLine(argc, argv, context);
 }

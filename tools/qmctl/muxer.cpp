@@ -33,7 +33,8 @@ struct Container {
 };
 
 constexpr std::array kContainers{Container{".mkv", "matroska"}, Container{".mp4", "mp4"},
-                                 Container{".avi", "avi"}, Container{".mp3", "mp3"}, Container{".wav", "wav"}};
+                                 Container{".avi", "avi"}, Container{".mp3", "mp3"},
+                                 Container{".wav", "wav"}};
 
 constexpr AVRational kMicroseconds{1, 1'000'000};
 constexpr int kBufferSize = 1 << 16;

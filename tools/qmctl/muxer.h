@@ -17,8 +17,8 @@ extern "C" {
 namespace qmctl {
 
 /// Writes frames into a file that players open, without coding them anew. The file grows under a work name
-/// beside its own, OUT.exporting, and takes its own when it is whole and on the disk; a muxer that goes before
-/// `finish` takes the work file with it, so that there is never half a file under the name.
+/// beside its own, OUT.exporting, and takes its own when it is whole and on the disk; a muxer that goes
+/// before `finish` takes the work file with it, so that there is never half a file under the name.
 ///
 /// All operations throw `Failure`. One thread.
 class Muxer {
@@ -39,8 +39,8 @@ class Muxer {
   /// Whether the file tells of each picture when it is shown, and not only in which order it is decoded.
   bool tellsWhenShown() const noexcept { return m_sEnding == ".mkv" || m_sEnding == ".mp4"; }
 
-  /// Adds a stream with frames of a period of `uPeriodNumerator` / `uPeriodDenominator` seconds, either 0 when
-  /// it isn't known. Returns its number from 0.
+  /// Adds a stream with frames of a period of `uPeriodNumerator` / `uPeriodDenominator` seconds, either 0
+  /// when it isn't known. Returns its number from 0.
   std::size_t addStream(const AVCodecParameters& coding, std::uint64_t uPeriodNumerator,
                         std::uint64_t uPeriodDenominator);
 
@@ -70,8 +70,8 @@ class Muxer {
   /// What is kept of a stream.
   struct Stream {
     AVStream* pStream;
-    std::int64_t iPeriod;        ///< microseconds, 0 for not known
-    std::int64_t iLast;          ///< time of the last frame in the stream's time base
+    std::int64_t iPeriod;  ///< microseconds, 0 for not known
+    std::int64_t iLast;    ///< time of the last frame in the stream's time base
   };
 
   static int writeBytes(void* pMuxer, std::uint8_t* pBytes, int iSize);
@@ -84,8 +84,8 @@ class Muxer {
 
   std::string m_sOut;
   std::string m_sEnding;
-  std::string m_sWork;       ///< empty without a work file
-  std::string m_sFault;      ///< what kept bytes from being written
+  std::string m_sWork;   ///< empty without a work file
+  std::string m_sFault;  ///< what kept bytes from being written
   std::unique_ptr<JFileSocket> m_pFile;
   std::unique_ptr<AVIOContext, FreeIo> m_pIo;
   std::unique_ptr<AVFormatContext, FreeContext> m_pContext;

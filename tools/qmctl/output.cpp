@@ -1,8 +1,8 @@
 #include "tools/qmctl/output.h"
 
 #include <algorithm>
-#include <ostream>
 #include <cstdint>
+#include <ostream>
 #include <utility>
 
 #include "tools/qmctl/text.h"

@@ -21,8 +21,8 @@ void Progress::showPart(std::uint64_t uDone, std::uint64_t uTotal) {
   if (!m_bShown || uTotal == 0) {
     return;
   }
-  const auto uPercent = static_cast<std::uint64_t>(
-      100.0 * static_cast<double>(std::min(uDone, uTotal)) / static_cast<double>(uTotal));
+  const auto uPercent = static_cast<std::uint64_t>(100.0 * static_cast<double>(std::min(uDone, uTotal)) /
+                                                   static_cast<double>(uTotal));
   if (uPercent == m_uPercent) {
     return;
   }

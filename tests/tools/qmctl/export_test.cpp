@@ -44,20 +44,24 @@ TEST(Export, GivesAClipBackFrameByFrame) {
     const char* szOptions;
     const char* szOut;
     bool bSound;
+    bool bThroughAsf = true;
   } const rows[] = {
       {"TagAndPcm", "-c:v msmpeg4 -c:a pcm_s16le", "a.mkv", true},
       {"H264AndMp3", "-c:v libx264 -bf 0 -c:a libmp3lame", "a.mp4", true},
       {"HeaderInFrames", "-c:v mpeg4 -g 7 -an", "a.mp4", false},
       {"JpegAndPcm", "-c:v mjpeg -c:a pcm_u8", "a.avi", true},
-      {"PlainPictures", "-c:v rawvideo -pix_fmt bgr24 -an", "a.avi", false},
+      {"PlainPictures", "-c:v rawvideo -pix_fmt bgr24 -an", "a.avi", false, false},
       {"OrderOfOthers", "-c:v libx264 -an", "a.avi", false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.szName);
     const std::string sClip = makeClip(dir.path("clip.avi"), row.szOptions);
-    rewrite(sClip, dir.path("clip.asf"));
+    const std::string sFile = row.bThroughAsf ? dir.path("clip.asf") : sClip;
+    if (row.bThroughAsf) {
+      rewrite(sClip, sFile);
+    }
     const std::string sOut = dir.path(row.szOut);
-    const ToolRun run = runTool({"--json", "export", dir.path("clip.asf"), sOut});
+    const ToolRun run = runTool({"--json", "export", sFile, sOut});
     ASSERT_EQ(run.iStatus, 0) << run.sError;
     EXPECT_EQ(qmctl::Json::parse(run.sOut)["streams"][0]["frames"], 20);
     for (const char* const szStream : {"0:0", "0:1"}) {
@@ -88,7 +92,8 @@ TEST(Export, OfSoundFilesKeepsEverySample) {
   EXPECT_EQ(samples(dir.path("b.mp3")), samples(sMp3));  // the header in front tells where the sound ends
   EXPECT_EQ(runTool({"export", sMp3, dir.path("b.mkv")}).iStatus, 0);
   const auto frames = [](const std::string& sPath) {
-    return linesOf("ffprobe -v error -count_packets -show_entries stream=nb_read_packets -of csv '" + sPath + "'");
+    return linesOf("ffprobe -v error -count_packets -show_entries stream=nb_read_packets -of csv '" + sPath +
+                   "'");
   };
   EXPECT_EQ(frames(dir.path("b.mkv")), frames(sMp3));  // and isn't sound
 }
@@ -96,7 +101,8 @@ TEST(Export, OfSoundFilesKeepsEverySample) {
 /// An ASF file of the clip's first pictures, with times of the test's own.
 std::string asfWithTimes(const TempDir& dir, const std::vector<std::uint64_t>& times) {
   const std::string sClip = makeClip(dir.path("t.avi"), "-c:v mpeg4 -g 3 -an");
-  const auto pInput = FileInput::create(std::make_unique<JFileSocket>(sClip, JFileSocket::kRead, true), false);
+  const auto pInput =
+      FileInput::create(std::make_unique<JFileSocket>(sClip, JFileSocket::kRead, true), false);
   const std::string sAsf = dir.path("t.asf");
   const auto pOutput =
       FileOutput::create(std::make_unique<JFileSocket>(sAsf, JFileSocket::kWrite, true), "asf", sAsf);
@@ -115,10 +121,11 @@ TEST(Export, KeepsGapsKeyFramesAndTheDate) {
   const TempDir dir;
   const std::string sAsf = asfWithTimes(dir, {0, 40'000, 40'000, 5'000'000, 4'000'000});
   EXPECT_EQ(runTool({"export", sAsf, dir.path("t.mkv")}).iStatus, 0);
-  EXPECT_EQ(linesOf("ffprobe -v error -show_entries packet=dts,flags:format_tags=creation_time -of csv=p=0 '" +
-                    dir.path("t.mkv") + "'"),
-            (std::vector<std::string>{"0,K_", "40,__", "41,__", "5000,K_", "5001,__",
-                                      "2011-03-03T10:00:00.000000Z"}));
+  EXPECT_EQ(
+      linesOf("ffprobe -v error -show_entries packet=dts,flags:format_tags=creation_time -of csv=p=0 '" +
+              dir.path("t.mkv") + "'"),
+      (std::vector<std::string>{"0,K_", "40,__", "41,__", "5000,K_", "5001,__",
+                                "2011-03-03T10:00:00.000000Z"}));
 }
 
 TEST(Export, RefusesInWordsAndLeavesNoFile) {
@@ -126,6 +133,7 @@ TEST(Export, RefusesInWordsAndLeavesNoFile) {
   const std::string sClip = makeClip(dir.path("a.avi"), "-c:v mpeg4 -c:a pcm_s16le");
   makeClip(dir.path("b.avi"), "-c:v libx264 -an");
   makeClip(dir.path("r.avi"), "-c:v rawvideo -pix_fmt bgr24 -an");
+  rewrite(dir.path("r.avi"), dir.path("r.asf"));
   for (const bool bData : {false, true}) {
     const std::string sPath = dir.path(bData ? "data.asf" : "own.asf");
     const auto pOutput =
@@ -142,10 +150,12 @@ TEST(Export, RefusesInWordsAndLeavesNoFile) {
       {"a.avi", "o.xyz", 2, "must end in .mkv, .mp4, .avi, .mp3 or .wav"},
       {"a.avi", "o", 2, "must end in"},
       {"a.avi", "a.avi", 2, "is the file itself"},
-      {"a.avi", "o.mp3", 1, "stream 1 is coded as 'video/x-VfW-FMP4' (mpeg4), which can't go into .mp3 files"},
+      {"a.avi", "o.mp3", 1,
+       "stream 1 is coded as 'video/x-VfW-FMP4' (mpeg4), which can't go into .mp3 files"},
       {"a.avi", "o.mp4", 1, "stream 2 is coded as 'audio/x-AfW-PCM' (pcm_s16le), which can't go into .mp4"},
       {"b.avi", "o.mkv", 1, "shown in another order than they are stored in"},
       {"r.avi", "o.mkv", 1, "try .avi"},
+      {"r.asf", "o.avi", 1, "whether the top line of such pictures comes first or last"},
       {"own.asf", "o.mkv", 1, "stream 1 is coded as 'audio/x-own', which no common player knows"},
       {"data.asf", "o.mkv", 1, "has no stream that could be exported"},
       {"none.avi", "o.mkv", 1, "none.avi"},
@@ -158,7 +168,7 @@ TEST(Export, RefusesInWordsAndLeavesNoFile) {
     EXPECT_EQ(run.iStatus, row.iStatus);
     EXPECT_NE(run.sError.find(row.szWords), std::string::npos) << run.sError;
     EXPECT_EQ(run.sOut, "");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(sClip.substr(0, sClip.rfind('/'))), {}), 5);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(sClip.substr(0, sClip.rfind('/'))), {}), 6);
   }
   EXPECT_EQ(readFile(sClip), sBytes);
 }
@@ -173,7 +183,7 @@ class ImpatientUser : public std::stringbuf {
 
 TEST(Export, ThatEndsEarlyLeavesTheFileThatWasThere) {
   const TempDir dir;
-  const std::string sClip = makeClip(dir.path("a.avi"), "-c:v mjpeg -c:a pcm_s16le");
+  const std::string sClip = makeClip(dir.path("a.avi"), "-c:v mjpeg -an -t 0.5");
   const std::string sOut = dir.write("o.mkv", "old");
   dir.write("o.mkv.exporting", "of an export that was killed");
   ImpatientUser user;

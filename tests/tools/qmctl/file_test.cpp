@@ -106,8 +106,10 @@ TEST(FileCommands, TellTheCodingOfSoundOfOthers) {
 TEST(FileCommands, SeePicturesThatAreLargerThanPlainOnes) {
   const TempDir dir;
   const std::string sPath = dir.path("a.avi");
-  linesOf("ffmpeg -v error -f lavfi -i 'nullsrc=size=16x16:rate=10,geq=random(1)*255:128:128' -t 1 -c:v mjpeg -q:v 1 '" +
-          sPath + "'");
+  linesOf(
+      "ffmpeg -v error -f lavfi -i 'nullsrc=size=16x16:rate=10,geq=random(1)*255:128:128' -t 1 -c:v mjpeg "
+      "-q:v 1 '" +
+      sPath + "'");
   EXPECT_EQ(hashesOf(jsonOf({"file", "frames", sPath}), 1), packetHashes(sPath, 0));
 }
 
@@ -118,7 +120,8 @@ TEST(Rebuild, GivesWhatAWriterLeftItsIndex) {
   rewrite(sAvi, dir.path("whole.asf"), sAsf);
   EXPECT_EQ(jsonOf({"file", "info", sAsf}).at(0)["finished"], false);
   EXPECT_EQ(jsonOf({"file", "info", sAsf}).at(0)["streams"][0]["frames"], 20);
-  EXPECT_EQ(jsonOf({"file", "rebuild", sAsf}).at(0), Json({{"command", "rebuild"}, {"changed", true}, {"frames", 19}}));
+  EXPECT_EQ(jsonOf({"file", "rebuild", sAsf}).at(0),
+            Json({{"command", "rebuild"}, {"changed", true}, {"frames", 19}}));
   auto frames = jsonOf({"file", "frames", dir.path("whole.asf")});
   frames.pop_back();
   EXPECT_EQ(jsonOf({"file", "frames", sAsf}), frames);
@@ -180,7 +183,8 @@ TEST(Cut, EndsTheFileInFrontOfADate) {
               std::vector<Json>(frames.begin(), frames.begin() + static_cast<std::ptrdiff_t>(row.uLeft)));
     EXPECT_EQ(jsonOf({"file", "index", sAsf}).size(), row.uLeft);
   }
-  EXPECT_NE(runTool({"file", "cut", sAvi, "@1"}).sError.find("only an ASF file can be cut"), std::string::npos);
+  EXPECT_NE(runTool({"file", "cut", sAvi, "@1"}).sError.find("only an ASF file can be cut"),
+            std::string::npos);
 }
 
 }  // namespace

@@ -36,7 +36,8 @@ std::string makeClip(const std::string& sPath, const std::string& sOptions) {
 }
 
 void rewrite(const std::string& sFrom, const std::string& sTo, const std::string& sUnfinished) {
-  const auto pInput = FileInput::create(std::make_unique<JFileSocket>(sFrom, JFileSocket::kRead, true), false);
+  const auto pInput =
+      FileInput::create(std::make_unique<JFileSocket>(sFrom, JFileSocket::kRead, true), false);
   ASSERT_NE(pInput, nullptr);
   const auto pOutput =
       FileOutput::create(std::make_unique<JFileSocket>(sTo, JFileSocket::kWrite, true), sTo, sTo);
