@@ -6,6 +6,7 @@
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
+#include "storage/ASFIO/ASFFileInfoIn.h"
 #include "storage/filekinds.h"
 #include "tools/qmctl/failure.h"
 #include "tools/qmctl/text.h"
@@ -38,7 +39,8 @@ const char* formatOf(const FileInfo& fileInfo) noexcept {
 
 bool isFinished(const FileInfo& fileInfo) {
   if (!isOf(fileInfo, file_kinds::kRiffMagic)) {
-    return !fileInfo.isIndexRebuild();
+    const auto* const pAsf = dynamic_cast<const ASFFileInfoIn*>(&fileInfo);
+    return !fileInfo.isIndexRebuild() && (pAsf == nullptr || !pAsf->lacksIndex());
   }
   for (std::uint32_t uStream = 1; uStream <= fileInfo.getStreamCount(); ++uStream) {
     if (fileInfo.getStream(uStream)->getEntry(0)) {

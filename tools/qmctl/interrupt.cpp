@@ -20,6 +20,9 @@ Interrupt::Interrupt() {
   s_iAsked = 0;
   m_beforeInterrupt = std::signal(SIGINT, keepRequest);
   m_beforeTerminate = std::signal(SIGTERM, keepRequest);
+  if (m_beforeInterrupt == SIG_IGN) {
+    std::signal(SIGINT, SIG_IGN);  // in the background; the terminal's Ctrl-C is meant for others
+  }
 }
 
 Interrupt::~Interrupt() {

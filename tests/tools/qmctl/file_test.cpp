@@ -153,6 +153,21 @@ TEST(Rebuild, GivesWhatAWriterLeftItsIndex) {
   }
 }
 
+TEST(Rebuild, GivesAFileWhoseIndexBreaksOffAllOfIt) {
+  const TempDir dir;
+  const std::string sAsf = dir.path("a.asf");
+  rewrite(makeClip(dir.path("a.avi"), "-c:v mpeg4 -c:a pcm_s16le"), sAsf);
+  const auto frames = jsonOf({"file", "frames", sAsf});
+  const std::size_t uSound = hashesOf(frames, 2).size();
+  const std::string sCut = dir.write("b.asf", readFile(sAsf).substr(0, readFile(sAsf).size() - 40));
+  const Json info = jsonOf({"file", "info", sCut}).at(0);
+  EXPECT_EQ(info["finished"], false);
+  EXPECT_EQ(info["streams"][1]["frames"], uSound);
+  EXPECT_EQ(jsonOf({"file", "rebuild", sCut}).at(0)["frames"], frames.size() - 1);
+  EXPECT_EQ(jsonOf({"file", "info", sCut}).at(0)["finished"], true);
+  EXPECT_EQ(jsonOf({"file", "index", sCut}).size(), frames.size() - 1);
+}
+
 TEST(Cut, EndsTheFileInFrontOfADate) {
   const TempDir dir;
   const std::string sAvi = makeClip(dir.path("a.avi"), "-c:v mpeg4 -an");
