@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 
 /// MIME types that the system uses by name, and what they say about a stream.
@@ -19,6 +22,15 @@ inline constexpr std::string_view kMimeSyntheticStream = "application/x-qmsynthe
 inline constexpr std::string_view kMimeAnyVideo = "video/*";
 inline constexpr std::string_view kMimeAnyAudio = "audio/*";
 inline constexpr std::string_view kMimeAnyApplication = "application/*";
+
+/// Types of sound that a wave header of another system describes: "PCM", or the four hexadecimal digits of a
+/// format tag, follow.
+inline constexpr std::string_view kMimeWave = "audio/x-AfW-";
+inline constexpr std::string_view kMimeWavePcm = "audio/x-AfW-PCM";
+
+/// Such a type of a `wFormatTag`, and the other way round.
+std::string waveMIMEType(std::uint16_t wFormatTag);
+std::optional<std::uint16_t> waveTagOf(std::string_view sMIMEType) noexcept;
 
 /// Whether a type begins with "video/" or "image/", in any letter case.
 bool isVideoMIMEType(std::string_view sMIMEType) noexcept;

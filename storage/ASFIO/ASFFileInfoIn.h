@@ -29,6 +29,9 @@ class ASFFileInfoIn : public ASFFileInfo {
   /// Whether the file came with an index.
   bool hasIndex() const noexcept { return m_bHasIndex; }
 
+  /// Whether a stream lacks its index although others have theirs: what stands behind the data broke off.
+  bool lacksIndex() const noexcept;
+
   /// Drops the entries of all streams.
   void releaseIndexes();
 
@@ -49,6 +52,7 @@ class ASFFileInfoIn : public ASFFileInfo {
   void readEntries(JFileSocket& socket, std::uint32_t uStream, IndexType eType, std::uint64_t ullAt,
                    std::uint64_t ullSize, bool bMapIndex);
   void dateByIndex(std::uint32_t uStream);
+  void beginRebuild();
   void beginRebuild(JTime date);
   void putTotals(std::uint64_t uDataSize);
   void writeIndexes(JFileSocket& socket) const;

@@ -87,21 +87,37 @@ class UseOf {
 
 }  // namespace
 
-/// Starts an index of frames that are dated from `date`.
-void ASFFileInfoIn::beginRebuild(JTime date) {
+bool ASFFileInfoIn::lacksIndex() const noexcept {
+  return m_iKind != 0 && m_bHasIndex && std::ranges::any_of(m_streams, [](const auto& pStream) {
+           return pStream->getIndexType() == FILEINDEX_NONE;
+         });
+}
+
+/// Starts an index of all streams.
+void ASFFileInfoIn::beginRebuild() {
   const JAutoLock lock(m_mutex);
-  m_creationDate = date;
   for (const auto& pStream : m_streams) {
     pStream->setIndexType(indexTypeOf(m_iKind));
+    pStream->releaseEntries();
     pStream->setCount(0);
-    pStream->setFirstDate(date);
   }
   m_bIndexRebuild = true;
 }
 
+/// Starts an index of frames that are dated from `date`.
+void ASFFileInfoIn::beginRebuild(JTime date) {
+  const JAutoLock lock(m_mutex);
+  m_creationDate = date;
+  beginRebuild();
+  for (const auto& pStream : m_streams) {
+    pStream->setFirstDate(date);
+  }
+}
+
 void ASFFileInfoIn::rebuildIndex(bool bWriteBack, FileProgress* pProgress, JTime date) {
   const bool bDated = date != JTime::lastQueryTime();
-  if (!bDated && !isIndexRebuild()) {
+  const bool bLacking = lacksIndex();
+  if (!bDated && !bLacking && !isIndexRebuild()) {
     return;  // there is nothing to build
   }
   auto pSocket = std::make_unique<JFileSocket>(
@@ -111,6 +127,8 @@ void ASFFileInfoIn::rebuildIndex(bool bWriteBack, FileProgress* pProgress, JTime
   ASFInput input(std::move(pSocket), *this);
   if (bDated) {
     beginRebuild(date);
+  } else if (bLacking) {
+    beginRebuild();
   }
   input.setLoop(false);
   input.setTimesFromPeriods(bDated);

@@ -44,6 +44,7 @@ class AVIFileInfo : public FileInfo {
     std::uint32_t uScale = 0;  ///< with the rate, seconds a unit
     std::uint32_t uRate = 0;
     std::uint32_t uSampleSize = 0;  ///< bytes of a unit; 0 when each frame is one
+    std::uint32_t uLength = 0;      ///< units of the whole stream, as the header has it
   };
 
   /// That of an audio stream; zeros for other streams.
@@ -68,6 +69,7 @@ class AVIFileInfo : public FileInfo {
   void describeStream(std::span<const std::uint8_t> header, std::span<const std::uint8_t> list);
   void describeVideo(std::span<const std::uint8_t> header, std::span<const std::uint8_t> list);
   void describeAudio(std::span<const std::uint8_t> header, std::span<const std::uint8_t> list);
+  void setMeanSamplings(std::uint32_t uStream, std::uint32_t uFrames);
   void findMovi(FileHeadReader& reader);
   void readIndex(JFileSocket& socket);
   void takeIndex(JFileSocket& socket, std::span<const std::uint8_t> entries);

@@ -8,6 +8,7 @@
 #include "coreapi/platform/largeblock.h"
 #include "coreapi/qmci/audioinfo.h"
 #include "coreapi/qmci/bitmapheader.h"
+#include "coreapi/qmci/mimetypes.h"
 #include "coreapi/qmci/videoinfo.h"
 #include "coreapi/qmci/waveheader.h"
 #include "coreapi/qmutils/error/jerror.h"
@@ -26,9 +27,16 @@ using qm_platform::readLE64;
 namespace {
 
 constexpr std::size_t kMaxHeaderList = 0x100000;
+
+/// Bytes that a picture of others may have in any case, and those that no header can ask for.
+constexpr std::uint32_t kLeastLimit = 1U << 20;
+constexpr std::uint32_t kMostLimit = 64U << 20;
 constexpr std::uint32_t kDisabled = 1;           ///< a flag of a stream header
 constexpr std::uint32_t kSizeTopBit = 1U << 31;  ///< of chunks that can't be
 constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
+
+/// Bits of a sample of coded sound, once it is decoded.
+constexpr std::uint16_t kDecodedBits = 16;
 
 /// A chunk's head.
 struct ChunkHead {
@@ -63,6 +71,14 @@ bool readChunkHead(JISocket& socket, ChunkHead& head) {
   }
   head = chunkAt(bytes);
   return true;
+}
+
+/// Samplings of a frame of so many units, at least 1: a description without them couldn't be stored.
+std::uint32_t samplingsOf(const AVIFileInfo::Timing& timing, std::uint32_t uSamplingRate, double dUnits) {
+  const double dSamplings =
+      timing.uRate == 0 ? 0 : dUnits * uSamplingRate * timing.uScale / timing.uRate + 0.5;
+  return static_cast<std::uint32_t>(
+      std::clamp<double>(dSamplings, 1, std::numeric_limits<std::uint32_t>::max()));
 }
 
 void moveTo(JFileSocket& socket, std::uint64_t ullPlace) {
@@ -192,6 +208,12 @@ void AVIFileInfo::describeVideo(std::span<const std::uint8_t> header, std::span<
   if (uScale != 0 && uRate != 0) {
     info.setPictureRate(uRate, uScale);
   }
+  if (!isCIStream(getStreamCount())) {
+    // A coded picture may be larger than a plain one, so that the size in the format is no limit.
+    const std::uint32_t uLargest = readLE32(header.data() + stream_header::kSuggestedBufferSizeAt);
+    info.setNomMaxBitstreamSize(
+        std::max(info.getNomMaxBitstreamSize(), std::clamp(uLargest, kLeastLimit, kMostLimit)));
+  }
   stream.setStreamInfo(makeStreamInfo(qm_ci::QMCIVideoInfo(info.getCIInfo())));
 }
 
@@ -209,11 +231,32 @@ void AVIFileInfo::describeAudio(std::span<const std::uint8_t> header, std::span<
   if (!info.updateNotQMCIFromWFX(format)) {
     QM_THROW(JTextError, "updateAudioInfoNotQMCIFromWFX() failed.");
   }
+  // Any sound would be told to be PCM.
+  info.setMIMEType(qm_ci::waveMIMEType(qm_ci::readPcmHeader(format.data()).wFormatTag));
+  if (info.getBitsPerSample() == 0) {
+    info.setBitsPerSample(kDecodedBits);
+  }
+  const Timing timing{.uScale = readLE32(header.data() + stream_header::kScaleAt),
+                      .uRate = readLE32(header.data() + stream_header::kRateAt),
+                      .uSampleSize = readLE32(header.data() + stream_header::kSampleSizeAt),
+                      .uLength = readLE32(header.data() + stream_header::kLengthAt)};
+  m_audioTimings[m_streams.size() - 1] = timing;
+  info.setSamplingsPerFrame(samplingsOf(timing, info.getSamplingRate(), 1));
   m_streams.back()->setStreamInfo(makeStreamInfo(qm_ci::QMCIAudioInfo(info.getCIInfo())));
-  m_audioTimings[m_streams.size() - 1] = {
-      .uScale = readLE32(header.data() + stream_header::kScaleAt),
-      .uRate = readLE32(header.data() + stream_header::kRateAt),
-      .uSampleSize = readLE32(header.data() + stream_header::kSampleSizeAt)};
+}
+
+/// Where a unit is a sampling, the frames of the index share them out.
+void AVIFileInfo::setMeanSamplings(std::uint32_t uStream, std::uint32_t uFrames) {
+  FileStreamInfo& stream = *getStream(uStream);
+  const Timing timing = getAudioTiming(uStream);
+  if (timing.uSampleSize == 0 || uFrames == 0) {
+    return;
+  }
+  const auto description = stream.getStreamInfo()->getBytes().subspan(qm_ci::StreamInfo::kDescriptionAt);
+  qm_ci::QMAudioInfo info(description);
+  info.setSamplingsPerFrame(
+      samplingsOf(timing, info.getSamplingRate(), static_cast<double>(timing.uLength) / uFrames));
+  stream.setStreamInfo(makeStreamInfo(qm_ci::QMCIAudioInfo(info.getCIInfo())));
 }
 
 /// Goes on to the list of frames, and stands at its first chunk then.
@@ -321,6 +364,7 @@ void AVIFileInfo::takeIndex(JFileSocket& socket, std::span<const std::uint8_t> e
   for (std::uint32_t uStream = 1; uStream < counts.size(); ++uStream) {
     if (counts[uStream] > 0) {
       getStream(uStream)->setEntries(FILEINDEX_POSITION, std::move(arrays[uStream]), counts[uStream]);
+      setMeanSamplings(uStream, counts[uStream]);
     } else {
       getStream(uStream)->setCount(0);
     }

@@ -17,7 +17,7 @@ constexpr const char* kFooter =
     "Dates: MM/DD/YYYY HH:MM:SS.uuuuuuUTC, YYYY-MM-DDTHH:MM:SS[.uuuuuu]Z,\n"
     "or @ and the count of microseconds since 1601.\n"
     "Exit status: 0 done, 1 the operation failed, 2 wrong usage, 3 no connection,\n"
-    "130 a copy was interrupted.\n"
+    "130 interrupted.\n"
     "\n"
     "Example:\n"
     "  qmctl --server archive.example search --source gate --start 2011-03-03T10:00:00Z\n"
@@ -115,6 +115,8 @@ int runCommandLine(int argc, const char* const* argv, Context& context) {
   addSearchCommand(app, context);
   addArchiveCommands(app, context);
   addCopyCommands(app, context);
+  addFileCommands(app, context);
+  addExportCommand(app, context);
   addScriptCommand(app, context);
   try {
     app.parse(argc, argv);

@@ -18,7 +18,7 @@ struct Context {
   std::ostream& error;
   bool bTerminal;              ///< `in` is a terminal
   std::function<void()> todo;  ///< the command of the command line
-  bool bShowProgress = false;  ///< `error` is a terminal
+  bool bShowProgress = false;  ///< `error` is a terminal: long work shows there how far it is
 };
 
 // Each adds its family of commands. A command puts what it does into `Context::todo`.
@@ -28,6 +28,8 @@ void addListCommands(CLI::App& app, Context& context);
 void addSearchCommand(CLI::App& app, Context& context);
 void addArchiveCommands(CLI::App& app, Context& context);
 void addCopyCommands(CLI::App& app, Context& context);
+void addFileCommands(CLI::App& app, Context& context);
+void addExportCommand(CLI::App& app, Context& context);
 void addScriptCommand(CLI::App& app, Context& context);
 
 /// A command with an example in its help text.

@@ -8,11 +8,11 @@
 
 #include "coreapi/qmutils/text/jutf8codec.h"
 #include "tools/qmctl/commandline.h"
+#include "tools/qmctl/copyprogress.h"
 #include "tools/qmctl/copywatch.h"
 #include "tools/qmctl/dates.h"
 #include "tools/qmctl/failure.h"
 #include "tools/qmctl/output.h"
-#include "tools/qmctl/progress.h"
 #include "tools/qmctl/text.h"
 
 // The commands that take recordings out of the archive.

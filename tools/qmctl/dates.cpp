@@ -133,15 +133,19 @@ std::optional<JTime> parseCount(std::string_view sDate) {
 
 namespace qmctl {
 
-std::string toControlDate(const std::string& sDate) {
+JTime toTime(const std::string& sDate) {
   const std::optional<JTime> time = sDate.starts_with('@')                 ? parseCount(sDate)
                                     : sDate.find('/') != std::string::npos ? parseOwnForm(sDate)
                                                                            : parseIsoForm(sDate);
   if (!time) {
     throw Failure(kWrongUsage, "not a date: '" + sDate + "' (a date is " + kDateForms + ")");
   }
+  return *time;
+}
+
+std::string toControlDate(const std::string& sDate) {
   std::string sText;
-  qm_utils::formatNtpDate(*time, sText);
+  qm_utils::formatNtpDate(toTime(sDate), sText);
   if (sText.empty()) {
     throw Failure(kWrongUsage, "the date '" + sDate + "' lies outside 1970 to January 2038");
   }

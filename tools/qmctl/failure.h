@@ -11,8 +11,8 @@ enum ExitStatus : int {
   kFailed = 1,         ///< the operation failed
   kWrongUsage = 2,     ///< nothing was tried
   kNoConnection = 3,   ///< the Manager wasn't reached
-  kInterrupted = 130,  ///< SIGINT has ended a copy in order
-  kTerminated = 143,   ///< so has SIGTERM
+  kInterrupted = 130,  ///< SIGINT has ended a copy or an export
+  kTerminated = 143,   ///< SIGTERM has ended a copy
 };
 
 /// Ends a command. The text goes to standard error, line by line.

@@ -31,46 +31,12 @@ Json ratesToJson(const std::string& sRates) {
   return rates;
 }
 
-/// A value of bytes as it stands in the list.
-std::string bytesToText(const JParams& params, const std::string& sName) {
-  std::string sText;
-  params.find(sName)->toText(sText);
-  return sText.substr(sText.find('=') + 1);
-}
-
-Json paramToJson(const JParams& params, const std::string& sName, JVariant::Type eType) {
-  bool bValue = false;
-  std::int64_t iValue = 0;
-  double dValue = 0;
-  std::string sValue;
-  switch (eType) {
-    case JVariant::T_BOOL:
-      params.get(sName, bValue);
-      return bValue;
-    case JVariant::T_INT:
-      params.get(sName, iValue);
-      return iValue;
-    case JVariant::T_DOUBLE:
-      params.get(sName, dValue);
-      return dValue;
-    case JVariant::T_STRING:
-      params.get(sName, sValue);
-      return sValue;
-    default:
-      return bytesToText(params, sName);
-  }
-}
-
 /// The pairs of a metadata record as an object; as they stand when they aren't a parameter list.
 Json pairsToJson(const std::string& sPairs) {
   try {
     JParams params;
     params.parse(sPairs);
-    Json object = Json::object();
-    for (const auto& [sName, eType] : params.getTypes()) {
-      object[sName] = paramToJson(params, sName, eType);
-    }
-    return object;
+    return toJson(params);
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
     return sPairs;

@@ -1,12 +1,57 @@
 #include "tools/qmctl/output.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <ostream>
 #include <utility>
 
 #include "tools/qmctl/text.h"
 
+namespace {
+
+using qmctl::Json;
+
+/// A value of bytes as it stands in the list.
+std::string bytesToText(const JParams& params, const std::string& sName) {
+  std::string sText;
+  params.find(sName)->toText(sText);
+  return sText.substr(sText.find('=') + 1);
+}
+
+Json paramToJson(const JParams& params, const std::string& sName, JVariant::Type eType) {
+  bool bValue = false;
+  std::int64_t iValue = 0;
+  double dValue = 0;
+  std::string sValue;
+  switch (eType) {
+    case JVariant::T_BOOL:
+      params.get(sName, bValue);
+      return bValue;
+    case JVariant::T_INT:
+      params.get(sName, iValue);
+      return iValue;
+    case JVariant::T_DOUBLE:
+      params.get(sName, dValue);
+      return dValue;
+    case JVariant::T_STRING:
+      params.get(sName, sValue);
+      return sValue;
+    default:
+      return bytesToText(params, sName);
+  }
+}
+
+}  // namespace
+
 namespace qmctl {
+
+Json toJson(const JParams& params) {
+  Json object = Json::object();
+  for (const auto& [sName, eType] : params.getTypes()) {
+    object[sName] = paramToJson(params, sName, eType);
+  }
+  return object;
+}
 
 void writeJson(std::ostream& out, const Json& object) {
   out << object.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';

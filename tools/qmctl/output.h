@@ -7,9 +7,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include "coreapi/qmutils/params/jparams.h"
+
 namespace qmctl {
 
 using Json = nlohmann::ordered_json;
+
+/// A parameter list as an object, each value by its type; bytes are the text that the list has for them.
+Json toJson(const JParams& params);
 
 /// Writes one object and a line feed. Always valid JSON.
 void writeJson(std::ostream& out, const Json& object);

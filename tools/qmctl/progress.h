@@ -1,13 +1,33 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <string>
+
+#include "tools/qmctl/commandline.h"
 
 namespace qmctl {
 
-/// How far a copy is, as one line of less than 80 characters: share, bar, bytes, rate and the time that is
-/// left. `uExpected` is what it will have in the end; with 0, or when there is clearly more than that, only
-/// bytes and rate are told.
-std::string progressLine(std::uint64_t uBytes, std::uint64_t uExpected, std::uint64_t uMilliseconds);
+/// How far a long work is, on one line of a terminal, which is cleared at the end. Shows nothing where
+/// standard error is no terminal.
+class Progress {
+ public:
+  explicit Progress(Context& context) : m_out(context.error), m_bShown(context.bShowProgress) {}
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  /// A bar. With a total of 0, which isn't known then, nothing is shown.
+  void showPart(std::uint64_t uDone, std::uint64_t uTotal);
+
+  /// A text that takes the place of the last one.
+  void showText(const std::string& sText);
+
+ private:
+  std::ostream& m_out;
+  bool m_bShown;
+  std::uint64_t m_uPercent = 101;  ///< shown last; none yet
+  std::size_t m_uLength = 0;       ///< of the text on the line
+};
 
 }  // namespace qmctl

@@ -7,7 +7,7 @@
 #include "tests/qmactivexctrl/qmstorageaccesscontroller/pushing.h"
 #include "tests/storage/readersupport.h"
 #include "tests/tools/qmctl/toolsupport.h"
-#include "tools/qmctl/progress.h"
+#include "tools/qmctl/copyprogress.h"
 
 namespace {
 

@@ -26,7 +26,7 @@ inline ToolRun runTool(const std::vector<std::string>& arguments, const std::str
   std::istringstream in(sInput);
   std::ostringstream out;
   std::ostringstream error;
-  qmctl::Context context{{}, in, out, error, bTerminal, {}};
+  qmctl::Context context{{}, in, out, error, bTerminal, {}, false};
   const int iStatus = qmctl::runCommandLine(static_cast<int>(argv.size()), argv.data(), context);
   return {iStatus, out.str(), error.str()};
 }
