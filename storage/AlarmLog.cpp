@@ -114,11 +114,13 @@ AlarmLog::~AlarmLog() {
   updateCount();
 }
 
-void AlarmLog::init(const std::string& sFileName) {
+bool AlarmLog::init(const std::string& sFileName) {
   m_records.clear();
+  bool bRead = false;
   try {
     m_file.read(sFileName, [this](std::string_view sLine) { takeLine(sLine); });
     save();
+    bRead = true;
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
     JCATCH_LOG(error.get());
@@ -127,6 +129,7 @@ void AlarmLog::init(const std::string& sFileName) {
   }
   rewind();
   updateCount();
+  return bRead;
 }
 
 void AlarmLog::takeLine(std::string_view sLine) {

@@ -183,16 +183,20 @@ class ArchiveUnit : public FileFactory {
  private:
   struct Listing;
 
+  static constexpr const char* kHiddenLogName = "hidden-metadata.log";
+
   Listing list(ArchiveUnitProgress* pProgress) const;
+  void addLogged(std::unique_ptr<Slice> pSlice);
   void recover(const std::string& sFileName);
   void dispose(const std::string& sFileName) const;
   void openLogs(bool bHidden);
   std::string pathOf(const std::string& sFileName) const { return m_sDirectory + "/" + sFileName; }
   std::optional<TimeSpan> currentSpan() const;
-  std::unique_ptr<FileInput> open(const TimeSpan& span, JTime* pStart, JTime* pEnd, int iMode);
+  std::unique_ptr<FileInput> tryOpen(const TimeSpan& span, JTime* pStart, JTime* pEnd, int iMode);
   std::uint64_t joinedGap() const;
   TimeSpanList recordedSpans(const TimeSpan& range, std::uint64_t uGap) const;
   FileInfo::Ptr describeNewest(std::string& sPath) const;
+  void requireHiddenLog();
   void saveHidden();
 
   AlarmLog m_alarmLog;
@@ -208,6 +212,6 @@ class ArchiveUnit : public FileFactory {
   MetaDataLog m_hiddenLog;    ///< a record with the one pair hidden=1 for each hidden span
   bool m_bHiddenLog = false;  ///< whether the log has its file
   std::uint32_t m_uMaxBufferSize = 0;
-  mutable UnitMedia m_media;        ///< as the first slice told
-  mutable std::string m_sMediaOf;  ///< path of that slice; empty: not known
+  mutable UnitMedia m_media;       ///< told when the first slice was
+  mutable std::string m_sMediaOf;  ///< this one; empty: not known
 };

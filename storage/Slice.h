@@ -50,8 +50,7 @@ class Slice {
 
   /// The name of a file. `sExtension` begins with a point, or is empty. A size above `kMaxNamedSize` is
   /// logged.
-  static std::string computeFileName(const TimeSpan& span, std::uint64_t uSize,
-                                     std::string_view sExtension);
+  static std::string computeFileName(const TimeSpan& span, std::uint64_t uSize, std::string_view sExtension);
 
   /// Reads a name back; the extension lies in `sFileName`. None for what `computeFileName` doesn't make:
   /// other characters, days that there aren't, an end before the start.

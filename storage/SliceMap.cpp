@@ -74,7 +74,7 @@ bool SliceMap::add(std::unique_ptr<Slice> pSlice) {
 }
 
 bool SliceMap::remove(const TimeSpan& span) {
-  const Position position = m_slices.find(span);
+  const Position position = at(span);
   if (position == m_slices.end()) {
     return false;
   }
@@ -91,7 +91,14 @@ SliceMap::Position SliceMap::firstFrom(JTime date) const {
 }
 
 SliceMap::Position SliceMap::find(const TimeSpan& span, int iMode) const {
-  const Position position = firstFrom(span.startDate);
+  if (const Position same = at(span); same != m_slices.end()) {
+    return same;
+  }
+  Position position = firstFrom(span.startDate);
+  while (position != m_slices.end() && position->first.endDate == span.startDate &&
+         std::next(position) != m_slices.end() && std::next(position)->first.startDate == span.startDate) {
+    ++position;
+  }
   if (position != m_slices.end() && position->first.startDate <= span.endDate) {
     return position;
   }

@@ -45,7 +45,11 @@ class SliceMap {
   /// Takes a slice out; whether there was one of just this span.
   bool remove(const TimeSpan& span);
 
-  /// The first slice that has an instant of a span, else what the mode says; the end when there is none.
+  /// The slice of just this span; the end when there is none.
+  Position at(const TimeSpan& span) const { return m_slices.find(span); }
+
+  /// The slice of just this span, else the first one that has an instant of it (the later one of two that
+  /// share its first instant), else what the mode says; the end when there is none.
   Position find(const TimeSpan& span, int iMode) const;
 
   /// The first slice that ends at or behind a date.

@@ -177,10 +177,9 @@ SliceRecovery::Outcome SliceRecovery::recover(const std::string& sDirectory, con
   const std::string sPath = sDirectory + "/" + sFileName;
   forget(sPath);
   if (outcome == Outcome::kRecovered) {
-    qm_err::log(
-        qm_err::kLogInfo, "Successfully recovered and fixed timespan (%llu:%llu) of file %s\n",
-        static_cast<unsigned long long>(slice->getSpan().startDate.getMicroseconds()),
-        static_cast<unsigned long long>(slice->getSpan().endDate.getMicroseconds()), sPath.c_str());
+    qm_err::log(qm_err::kLogInfo, "Successfully recovered and fixed timespan (%llu:%llu) of file %s\n",
+                static_cast<unsigned long long>(slice->getSpan().startDate.getMicroseconds()),
+                static_cast<unsigned long long>(slice->getSpan().endDate.getMicroseconds()), sPath.c_str());
   } else {
     qm_err::log(qm_err::kLogError, "Could not recover and fix index of file %s\n", sPath.c_str());
   }
