@@ -68,7 +68,7 @@ class ArchiveUnit : public FileFactory {
 
     /// The directory that files go to which can't be recovered, made when the first one comes; they are
     /// deleted when it is empty.
-    std::string sQuarantine;
+    std::string sQuarantine = {};
   };
 
   /// "PERMANENT", "ONEVENT" or "PREPOST"; empty for any other type.
@@ -88,7 +88,8 @@ class ArchiveUnit : public FileFactory {
   std::unique_ptr<FileInput> openFile(const TimeSpan& span, JTime* pStart, JTime* pEnd, int iMode) override;
   std::unique_ptr<FileInput> openNextFile(JTime after, JTime* pStart, JTime* pEnd) override;
 
-  /// The stored spans that have part in a range, in order, without those that are hidden; not cut to it.
+  /// The stored spans that have part in a range, in order, without those that are hidden. They aren't cut to
+  /// the range, nor followed far beyond it.
   virtual TimeSpanList getStoredSpans(const TimeSpan& range) const;
 
   /// Indexes the directory, recovers files and reads the logs. Whatever is wrong with files is logged and

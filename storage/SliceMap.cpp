@@ -35,7 +35,7 @@ void SliceMap::insert(std::unique_ptr<Slice> pSlice) {
   const TimeSpan span = pSlice->getSpan();
   remove(span);  // shortening may have made one of the same span
   m_uUsedSpace += pSlice->getSize();
-  m_slices.emplace(span, std::move(pSlice));
+  m_slices.emplace_hint(m_slices.end(), span, std::move(pSlice));  // most come in the order of time
 }
 
 std::unique_ptr<Slice> SliceMap::take(Position position) {
