@@ -114,11 +114,12 @@ AlarmLog::~AlarmLog() {
   updateCount();
 }
 
-bool AlarmLog::init(const std::string& sFileName) {
+bool AlarmLog::init(const std::string& sFileName, LogFile::Leftovers leftovers) {
   m_records.clear();
   bool bRead = false;
   try {
-    m_file.read(sFileName, [this](std::string_view sLine) { takeLine(sLine); });
+    m_file.read(
+        sFileName, [this](std::string_view sLine) { takeLine(sLine); }, leftovers);
     save();
     bRead = true;
   } catch (JError* pError) {

@@ -117,7 +117,8 @@ class ArchiveUnit : public FileFactory {
   /// Throws JSysError "DeleteFile", and nothing changes; a file that isn't there is no failure.
   bool removeSlice(const TimeSpan& span);
 
-  /// The file that a writer has begun in this directory, whose description it fills; null for none.
+  /// The file that a writer has begun in this directory, whose description it fills; null for none. A writer
+  /// needs its description up to its end: it goes before the unit is made to give the description up.
   void setCurrentFile(FileInfo::Ptr pFileInfo);
 
   /// Copies of the slices that have part in a range, in order.
@@ -190,7 +191,7 @@ class ArchiveUnit : public FileFactory {
   void addLogged(std::unique_ptr<Slice> pSlice);
   void recover(const std::string& sFileName);
   void dispose(const std::string& sFileName) const;
-  void openLogs(bool bHidden);
+  void openLogs(const Listing& listing);
   std::string pathOf(const std::string& sFileName) const { return m_sDirectory + "/" + sFileName; }
   std::optional<TimeSpan> currentSpan() const;
   std::unique_ptr<FileInput> tryOpen(const TimeSpan& span, JTime* pStart, JTime* pEnd, int iMode);

@@ -14,12 +14,15 @@ namespace {
 
 constexpr std::string_view kLogNames[] = {"alarm.log", "protection.log", "metadata.log"};
 
-/// The logs, and what an interrupted update of one has left, which their own reading clears away.
-bool belongsToLogs(std::string_view sName) noexcept {
-  return std::any_of(std::begin(kLogNames), std::end(kLogNames), [&](std::string_view sLog) {
-    return sName.ends_with(sLog) ||
-           (sName.starts_with(sLog) && sName.size() > sLog.size() && sName[sLog.size()] == '.');
-  });
+bool isLog(std::string_view sName) noexcept {
+  return std::any_of(std::begin(kLogNames), std::end(kLogNames),
+                     [&](std::string_view sLog) { return sName.ends_with(sLog); });
+}
+
+/// What an interrupted update of a log has left: the log's name goes on behind a point.
+bool isLeftOfLog(std::string_view sName) noexcept {
+  const std::size_t end = sName.rfind('.');
+  return end != std::string_view::npos && isLog(sName.substr(0, end));
 }
 
 /// A name in a directory that nothing has yet: the wanted one, or with a number behind it.
@@ -56,6 +59,7 @@ struct ArchiveUnit::Listing {
   std::vector<std::unique_ptr<Slice>> slices;
   std::vector<std::string> others;  ///< names of files to recover
   bool bHiddenLog = false;
+  bool bLeftOfLogs = false;
 };
 
 ArchiveUnit::Listing ArchiveUnit::list(ArchiveUnitProgress* pProgress) const {
@@ -65,7 +69,11 @@ ArchiveUnit::Listing ArchiveUnit::list(ArchiveUnitProgress* pProgress) const {
     while (const char* const szName = entries.next()) {
       const std::string sName = szName;
       listing.bHiddenLog = listing.bHiddenLog || sName == kHiddenLogName;
-      if (sName == "." || sName == ".." || belongsToLogs(sName)) {
+      if (sName == "." || sName == ".." || isLog(sName)) {
+        continue;
+      }
+      if (isLeftOfLog(sName)) {
+        listing.bLeftOfLogs = true;  // the logs clear it away
         continue;
       }
       if (pProgress != nullptr) {
@@ -101,7 +109,7 @@ void ArchiveUnit::open(ArchiveUnitProgress* pProgress) {
   for (const std::string& sName : listing.others) {
     recover(sName);
   }
-  openLogs(listing.bHiddenLog);
+  openLogs(listing);
 }
 
 void ArchiveUnit::addLogged(std::unique_ptr<Slice> pSlice) {
@@ -150,18 +158,19 @@ void ArchiveUnit::dispose(const std::string& sFileName) const {
 }
 
 /// The log of hidden spans gets its file when there is something to hide.
-void ArchiveUnit::openLogs(bool bHidden) {
+void ArchiveUnit::openLogs(const Listing& listing) {
   const JAutoLock lock(m_mutex);
   const auto check = [this](bool bRead, const char* szLog) {
     if (!bRead) {
       qm_err::log(qm_err::kLogError, "Could not initialize the %s log in %s\n", szLog, m_sDirectory.c_str());
     }
   };
-  check(m_alarmLog.init(pathOf("alarm.log")), "alarm");
-  check(m_protectedLog.init(pathOf("protection.log"), JTime()), "protection");
-  check(m_metaDataLog.init(pathOf("metadata.log")), "metadata");
-  if (bHidden) {
-    m_bHiddenLog = m_hiddenLog.init(pathOf(kHiddenLogName));
+  const auto leftovers = listing.bLeftOfLogs ? LogFile::Leftovers::kRemove : LogFile::Leftovers::kNone;
+  check(m_alarmLog.init(pathOf("alarm.log"), leftovers), "alarm");
+  check(m_protectedLog.init(pathOf("protection.log"), JTime(), JTime(), leftovers), "protection");
+  check(m_metaDataLog.init(pathOf("metadata.log"), leftovers), "metadata");
+  if (listing.bHiddenLog) {
+    m_bHiddenLog = m_hiddenLog.init(pathOf(kHiddenLogName), leftovers);
     check(m_bHiddenLog, "hidden metadata");
   }
 }

@@ -163,11 +163,12 @@ MetaDataLog::MetaDataLog(const std::string& sFileName) : MetaDataLog() {
   init(sFileName);
 }
 
-bool MetaDataLog::init(const std::string& sFileName) {
+bool MetaDataLog::init(const std::string& sFileName, LogFile::Leftovers leftovers) {
   m_records.clear();
   bool bRead = false;
   try {
-    m_file.read(sFileName, [this](std::string_view sLine) { takeLine(sLine); });
+    m_file.read(
+        sFileName, [this](std::string_view sLine) { takeLine(sLine); }, leftovers);
     join(kJoinGap);
     save();
     bRead = true;

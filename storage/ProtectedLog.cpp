@@ -121,13 +121,15 @@ ProtectedLog::ProtectedLog(const std::string& sFileName) : ProtectedLog() {
   init(sFileName, JTime());
 }
 
-bool ProtectedLog::init(const std::string& sFileName, JTime protectionPeriod, JTime prepostProtectionPeriod) {
+bool ProtectedLog::init(const std::string& sFileName, JTime protectionPeriod, JTime prepostProtectionPeriod,
+                        LogFile::Leftovers leftovers) {
   m_records.clear();
   m_protectionPeriod = protectionPeriod;
   m_prepostProtectionPeriod = prepostProtectionPeriod;
   bool bRead = false;
   try {
-    m_file.read(sFileName, [this](std::string_view sLine) { takeLine(sLine); });
+    m_file.read(
+        sFileName, [this](std::string_view sLine) { takeLine(sLine); }, leftovers);
     save();
     bRead = true;
   } catch (JError* pError) {

@@ -36,11 +36,16 @@ class NameReader {
 
   /// A number of so many digits; -1 when they aren't there.
   int number(std::size_t digits) noexcept {
-    int iNumber = 0;
-    if (m_sRest.size() < digits || !std::all_of(m_sRest.begin(), m_sRest.begin() + digits, isDigit)) {
+    if (m_sRest.size() < digits) {
       return -1;
     }
-    std::from_chars(m_sRest.data(), m_sRest.data() + digits, iNumber);
+    int iNumber = 0;
+    for (const char c : m_sRest.substr(0, digits)) {
+      if (!isDigit(c)) {
+        return -1;
+      }
+      iNumber = 10 * iNumber + (c - '0');
+    }
     m_sRest.remove_prefix(digits);
     return iNumber;
   }

@@ -318,6 +318,7 @@ TEST_F(ArchiveUnitTest, ShowsTheFileBeingWritten) {
     write(*pOutput, 1, numbered(1, i));
   }
   EXPECT_EQ(indexOf(*pUnit), "0-10 400000-480000");
+  pOutput.reset();
   pUnit->addSlice(nullptr);
   EXPECT_EQ(indexOf(*pUnit), "0-10");
 }
