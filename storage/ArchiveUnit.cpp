@@ -180,10 +180,12 @@ void ArchiveUnit::getExpiredSlicesbySpace(std::vector<Slice>& list) const {
   }
   const TimeSpanList protections = getProtectedSpans(JTime::now());
   std::uint64_t uUsed = m_slices.getUsedSpace();
-  for (const auto& [span, pSlice] : m_slices) {
+  for (const auto& entry : m_slices) {
+    const Slice& slice = *entry.second;
     std::uint64_t uHeld = 0;
-    forEachTouching(protections, span, [&](const TimeSpan& part) { uHeld += pSlice->getSizeWithin(part); });
-    uUsed -= std::min(uHeld, pSlice->getSize());
+    forEachTouching(protections, entry.first,
+                    [&](const TimeSpan& part) { uHeld += slice.getSizeWithin(part); });
+    uUsed -= std::min(uHeld, slice.getSize());
   }
   for (auto it = m_slices.begin(); it != m_slices.end() && uUsed > m_settings.uMaxSpace; ++it) {
     if (!touchesAny(protections, it->first)) {
