@@ -114,11 +114,14 @@ AlarmLog::~AlarmLog() {
   updateCount();
 }
 
-void AlarmLog::init(const std::string& sFileName) {
+bool AlarmLog::init(const std::string& sFileName, LogFile::Leftovers leftovers) {
   m_records.clear();
+  bool bRead = false;
   try {
-    m_file.read(sFileName, [this](std::string_view sLine) { takeLine(sLine); });
+    m_file.read(
+        sFileName, [this](std::string_view sLine) { takeLine(sLine); }, leftovers);
     save();
+    bRead = true;
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
     JCATCH_LOG(error.get());
@@ -127,6 +130,7 @@ void AlarmLog::init(const std::string& sFileName) {
   }
   rewind();
   updateCount();
+  return bRead;
 }
 
 void AlarmLog::takeLine(std::string_view sLine) {

@@ -62,8 +62,9 @@ class AlarmLog : public JRPCObject {
   ~AlarmLog() override;
 
   /// Reads the file, or makes it when there is none. Never throws for a file: a failure is logged, what was
-  /// read before it stays usable, and the file is then left as it is until an `init` reads it whole.
-  void init(const std::string& sFileName);
+  /// read before it stays usable, and the file is then left as it is until an `init` reads it whole. Whether
+  /// it was read.
+  bool init(const std::string& sFileName, LogFile::Leftovers leftovers = LogFile::Leftovers::kRemove);
 
   /// Adds a record as far as the limit allows: a full log drops its first record for it, or, as `setLimits`
   /// says, the new one. With `bSave`, a name that the file can't hold throws JTextError, and nothing changes.

@@ -7,6 +7,8 @@
 
 #include "coreapi/qmutils/rpc/jrpcserialisation.h"
 
+class SourceTable;
+
 /// What a client learns of one analytics stream: a data stream that a plug-in computes from a source and that
 /// is recorded like any other. A plain value.
 ///
@@ -58,3 +60,9 @@ class AnalyticsSourceResultSet : public JRPCObject {
  private:
   std::vector<std::unique_ptr<AnalyticsSourceItem>> m_items;
 };
+
+/// The analytics streams of a rate in an archive whose observed source matches a glob. Holds the table's lock
+/// for reading. Any thread.
+std::unique_ptr<AnalyticsSourceResultSet> listAnalyticsSources(const SourceTable& sourceTable,
+                                                               const std::string& sSourceGlob,
+                                                               std::int32_t iFps);

@@ -20,9 +20,11 @@ constexpr std::size_t kReadSize = 64 * 1024;
 constexpr std::uint64_t kLastFourDigitYear = JTime::kEpochOffset + 253'402'300'799'999'999;
 
 /// Null when there is no such file.
-std::unique_ptr<JFileSocket> openForReading(const std::string& sName) {
+std::unique_ptr<JFileSocket> openForReading(const std::string& sName, LogFile::Leftovers leftovers) {
   try {
-    return JFileSocket::OpenReadWithRollBack(sName);
+    return leftovers == LogFile::Leftovers::kRemove
+               ? JFileSocket::OpenReadWithRollBack(sName)
+               : std::make_unique<JFileSocket>(sName, JFileSocket::kRead, true);
   } catch (JSysError* pError) {
     qm_err::CaughtError error(pError);
     if (pError->getCode() != ENOENT) {
@@ -60,11 +62,11 @@ bool fits(char c, char cSeparator) noexcept {
 
 }  // namespace
 
-void LogFile::read(const std::string& sName, const TakeLine& takeLine) {
+void LogFile::read(const std::string& sName, const TakeLine& takeLine, Leftovers leftovers) {
   m_sName = sName;
   m_bReplaceable = false;
   m_sStored.reset();
-  if (const std::unique_ptr<JFileSocket> pFile = openForReading(sName)) {
+  if (const std::unique_ptr<JFileSocket> pFile = openForReading(sName, leftovers)) {
     std::string sContent = readAll(*pFile);
     splitLines(sContent, takeLine);
     m_sStored = std::move(sContent);

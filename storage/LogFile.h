@@ -16,11 +16,18 @@ class LogFile {
   /// Takes one line, without its end.
   using TakeLine = std::function<void(std::string_view sLine)>;
 
+  /// What becomes of files that interrupted updates have left beside the file. Looking for them lists the
+  /// directory, which who has just listed it may know better.
+  enum class Leftovers {
+    kRemove,
+    kNone,  ///< there are none
+  };
+
   const std::string& getName() const noexcept { return m_sName; }
 
   /// Reads the file of a name and hands on its lines; there are none when there is no such file. Throws what
   /// reading and `takeLine` throw.
-  void read(const std::string& sName, const TakeLine& takeLine);
+  void read(const std::string& sName, const TakeLine& takeLine, Leftovers leftovers = Leftovers::kRemove);
 
   /// Replaces the file; does nothing as long as there is no name, or when the file was just read and holds
   /// exactly this. When it returns, the new file is on disk; when it throws, the old one still stands. Throws

@@ -171,12 +171,15 @@ MetaDataLog::MetaDataLog(const std::string& sFileName) : MetaDataLog() {
   init(sFileName);
 }
 
-void MetaDataLog::init(const std::string& sFileName) {
+bool MetaDataLog::init(const std::string& sFileName, LogFile::Leftovers leftovers) {
   m_records.clear();
+  bool bRead = false;
   try {
-    m_file.read(sFileName, [this](std::string_view sLine) { takeLine(sLine); });
+    m_file.read(
+        sFileName, [this](std::string_view sLine) { takeLine(sLine); }, leftovers);
     join(kJoinGap);
     save();
+    bRead = true;
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
     JCATCH_LOG(error.get());
@@ -185,6 +188,7 @@ void MetaDataLog::init(const std::string& sFileName) {
                 error->getMessage().c_str());
   }
   rewind();
+  return bRead;
 }
 
 void MetaDataLog::takeLine(std::string_view sLine) {

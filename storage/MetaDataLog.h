@@ -60,8 +60,8 @@ class MetaDataLog : public ArchiveLog, public JRPCObject {
 
   /// Reads the file, or makes it when there is none. A line that can't be read is logged and skipped. Never
   /// throws for a file: a failure is logged, what was read before it stays usable, and the file is then left
-  /// as it is until an `init` reads it whole.
-  void init(const std::string& sFileName);
+  /// as it is until an `init` reads it whole. Whether it was read.
+  bool init(const std::string& sFileName, LogFile::Leftovers leftovers = LogFile::Leftovers::kRemove);
 
   /// Adds pairs, a parameter list, to all that lies in a span; a key that is there takes the new value.
   /// Throws JVariant::SyntaxError when they are none, and with `bSave` JTextError when the file can't hold

@@ -121,13 +121,17 @@ ProtectedLog::ProtectedLog(const std::string& sFileName) : ProtectedLog() {
   init(sFileName, JTime());
 }
 
-void ProtectedLog::init(const std::string& sFileName, JTime protectionPeriod, JTime prepostProtectionPeriod) {
+bool ProtectedLog::init(const std::string& sFileName, JTime protectionPeriod, JTime prepostProtectionPeriod,
+                        LogFile::Leftovers leftovers) {
   m_records.clear();
   m_protectionPeriod = protectionPeriod;
   m_prepostProtectionPeriod = prepostProtectionPeriod;
+  bool bRead = false;
   try {
-    m_file.read(sFileName, [this](std::string_view sLine) { takeLine(sLine); });
+    m_file.read(
+        sFileName, [this](std::string_view sLine) { takeLine(sLine); }, leftovers);
     save();
+    bRead = true;
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
     JCATCH_LOG(error.get());
@@ -135,6 +139,7 @@ void ProtectedLog::init(const std::string& sFileName, JTime protectionPeriod, JT
                 error->getMessage().c_str());
   }
   rewind();
+  return bRead;
 }
 
 void ProtectedLog::takeLine(std::string_view sLine) {

@@ -58,8 +58,9 @@ class ProtectedLog : public JRPCObject {
 
   /// Reads the file, or makes it when there is none. Periods other than 0 go before those of the file. Never
   /// throws for a file: a failure is logged, what was read before it stays usable, and the file is then left
-  /// as it is until an `init` reads it whole.
-  void init(const std::string& sFileName, JTime protectionPeriod, JTime prepostProtectionPeriod = JTime());
+  /// as it is until an `init` reads it whole. Whether it was read.
+  bool init(const std::string& sFileName, JTime protectionPeriod, JTime prepostProtectionPeriod = JTime(),
+            LogFile::Leftovers leftovers = LogFile::Leftovers::kRemove);
 
   /// With `bSave`, details that the file can't hold throw JTextError, and nothing changes.
   void addRecord(std::unique_ptr<ProtectedLogRecord> pRecord, bool bSave);

@@ -7,6 +7,9 @@
 #include "coreapi/qmutils/time/jtime.h"
 #include "storage/IStorageRpcObject.h"
 
+class SourceTable;
+class StorageSearchResultSet;
+
 /// Which recordings a client wants: of which source, which kind of data, which frame rates and which time,
 /// and what must or must not hold of alarms, protections, metadata and analytics.
 ///
@@ -26,6 +29,12 @@ class StorageQuery : public IStorageRpcObject {
   ///
   /// False, with an error in the log and the query as it was, when a date isn't valid.
   virtual bool parse(const std::string& sCriteria) = 0;
+
+  /// What of an archive fulfils the query: an item for each span of each stream, by source, rate and time.
+  /// Holds the table's lock for reading throughout. Of a unit whose type of data was never asked for it opens
+  /// one file, and no other. Throws JVariant::SyntaxError for pairs of metadata that are no list. Any thread
+  /// that holds the query.
+  virtual std::unique_ptr<StorageSearchResultSet> execute(const SourceTable& sourceTable) const = 0;
 
   /// 0 any, 1 video, 2 audio, 3 application data. Another number fails an assertion and changes nothing.
   virtual void setFileType(std::int32_t iFileType) = 0;

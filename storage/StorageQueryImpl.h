@@ -44,6 +44,7 @@ class StorageQueryImpl final : public StorageQuery, public JRPCObject {
 
   std::unique_ptr<StorageQuery> clone() const override;
   bool parse(const std::string& sCriteria) override;
+  std::unique_ptr<StorageSearchResultSet> execute(const SourceTable& sourceTable) const override;
   void setFileType(std::int32_t iFileType) override;
   std::string getDataType() const override { return m_fields.dataType; }
   void setSourceName(const std::string& sSourceName) override { m_fields.sourceName = sSourceName; }
