@@ -64,8 +64,8 @@ class FileInfo : public JCacheRecord {
   /// "unimplemented" for files that can't.
   virtual void rebuildIndex(bool bWriteBack, FileProgress* pProgress, JTime date);
 
-  /// Cuts the file off at a date: the frame of that time and all later ones go. Throws JUnimplementedError for
-  /// files that can't.
+  /// Cuts the file off at a date: the frame of that time and all later ones go. Throws JUnimplementedError
+  /// for files that can't.
   virtual void truncate(JTime date);
 
   /// What the file is, by what its bytes say: the magic of "RIFF", of an ASF header, "WAVE" or the first word

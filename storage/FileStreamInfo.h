@@ -79,14 +79,15 @@ class FileStreamInfo {
   // Looking up. Numbers count the frames of the stream from 0; positions count from the start of the media
   // data, without the mark of a key frame.
 
-  /// Place of a frame; with `bToKeyFrame` of the one at or before it at which a reader may start, whose number
-  /// is stored. Throws JTextError for a number beyond the end, without an index, and when there is no such
-  /// frame; the number may be another one then.
+  /// Place of a frame; with `bToKeyFrame` of the one at or before it at which a reader may start, whose
+  /// number is stored. Throws JTextError for a number beyond the end, without an index, and when there is no
+  /// such frame; the number may be another one then.
   std::uint64_t getPosByNumber(std::uint32_t& uNumber, bool bToKeyFrame) const;
 
   /// Place and number of the frame in force at a time: the last one at or before it. A time less than a frame
-  /// period behind the last frame is that frame's. With `bToKeyFrame` it goes on back to one at which a reader
-  /// may start, or to the first. Throws JTextError for times outside and without an index that has times.
+  /// period behind the last frame is that frame's. With `bToKeyFrame` it goes on back to one at which a
+  /// reader may start, or to the first. Throws JTextError for times outside and without an index that has
+  /// times.
   std::uint64_t getPosByTime(JTime time, std::uint32_t& uNumber, bool bToKeyFrame) const;
 
   /// Time of an entry; 0 where it has none.
@@ -137,7 +138,7 @@ class FileStreamInfo {
   FramePeriod m_period;
   JParams m_params;
   IndexType m_eIndexType = FILEINDEX_NONE;
-  std::unique_ptr<std::uint8_t[]> m_pEntries;             ///< own entries, or
+  std::unique_ptr<std::uint8_t[]> m_pEntries;            ///< own entries, or
   std::unique_ptr<const std::uint8_t, Unmap> m_pMapped;  ///< a view of a file
   mutable JMutex m_mutex;
   std::optional<qm_ci::StreamInfo> m_streamInfo;

@@ -117,7 +117,7 @@ JTime FileStreamInfo::getTimeByNumber(std::uint32_t uNumber) const {
   const JAutoLock lock(m_mutex);
   const IndexView entries = view();
   return isTimed(m_eIndexType) && uNumber < entries.count() ? JTime::fromMicroseconds(entries.time(uNumber))
-                                                           : JTime();
+                                                            : JTime();
 }
 
 bool FileStreamInfo::isKeyFrame(std::uint32_t uNumber) const {

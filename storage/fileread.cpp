@@ -47,8 +47,7 @@ std::size_t FileHeadReader::read(void* pBuffer, std::size_t uSize) {
     m_uFrontTaken += uFromFront;
   }
   const std::size_t uRead =
-      uFromFront +
-      readFully(m_socket, static_cast<std::uint8_t*>(pBuffer) + uFromFront, uSize - uFromFront);
+      uFromFront + readFully(m_socket, static_cast<std::uint8_t*>(pBuffer) + uFromFront, uSize - uFromFront);
   m_uPosition += uRead;
   return uRead;
 }

@@ -22,8 +22,8 @@ class FileHeadReader {
   /// Whether a buffer could be filled.
   bool fill(void* pBuffer, std::size_t uSize) { return read(pBuffer, uSize) == uSize; }
 
-  /// Passes over bytes; false when the file ends before, as far as that is seen: a file is only seen to end by
-  /// the next read.
+  /// Passes over bytes; false when the file ends before, as far as that is seen: a file is only seen to end
+  /// by the next read.
   bool skip(std::uint64_t uSize);
 
   /// Bytes of the file that were read and passed over, those in front included.
@@ -36,9 +36,10 @@ class FileHeadReader {
   std::uint64_t m_uPosition = 0;
 };
 
-/// Fills a buffer from a socket as far as it goes; fewer bytes only at its end. Throws what the socket throws.
+/// Fills a buffer from a socket as far as it goes; fewer bytes only at its end. Throws what the socket
+/// throws.
 std::size_t readFully(JISocket& socket, void* pBuffer, std::size_t uSize);
 
-/// Passes over bytes of a socket, by moving where it has a position and by reading where it hasn't. False when
-/// it ends before, as far as reading shows it.
+/// Passes over bytes of a socket, by moving where it has a position and by reading where it hasn't. False
+/// when it ends before, as far as reading shows it.
 bool skipBytes(JISocket& socket, std::uint64_t uSize);

@@ -29,8 +29,9 @@ class IndexView {
 
   /// Whether a reader may start at an entry.
   bool isStart(std::uint32_t uNumber) const noexcept {
-    return m_eType == FILEINDEX_CI ? (flags(uNumber) & 1) != 0
-                                   : (word(uNumber, index_layout::kPositionAt) & index_layout::kKeyFrame) != 0;
+    return m_eType == FILEINDEX_CI
+               ? (flags(uNumber) & 1) != 0
+               : (word(uNumber, index_layout::kPositionAt) & index_layout::kKeyFrame) != 0;
   }
 
   /// Whether an entry is one of a key frame: in the long form both low bits of its flags are set.

@@ -34,16 +34,16 @@ struct AsfStreamProperties {
   const AsfExtension* find(const asf_layout::Guid& id) const noexcept;
 };
 
-/// A header object, taken apart. It keeps the bytes that it was read from: numbers that become known later are
-/// put into them, so that a header never changes its length.
+/// A header object, taken apart. It keeps the bytes that it was read from: numbers that become known later
+/// are put into them, so that a header never changes its length.
 class AsfHeaderReader {
  public:
   /// What `parse` gives for a header that is whole.
   static constexpr int kWhole = 1;
 
-  /// Takes a header object apart: `kWhole`, or what is wrong with it: -1 another object, -2 too short, -6 more
-  /// streams than it says, -8 an object that isn't known, -9 an object of another length than it says. What
-  /// was parsed before is forgotten.
+  /// Takes a header object apart: `kWhole`, or what is wrong with it: -1 another object, -2 too short, -6
+  /// more streams than it says, -8 an object that isn't known, -9 an object of another length than it says.
+  /// What was parsed before is forgotten.
   int parse(std::vector<std::uint8_t> bytes);
 
   std::span<const std::uint8_t> getBytes() const noexcept { return m_bytes; }

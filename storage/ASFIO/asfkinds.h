@@ -7,9 +7,9 @@
 #include "storage/ASFIO/asfformat.h"
 #include "storage/indexformat.h"
 
-/// The generations of the system's native file that are read, called kinds. Kind 2 is the one that is written,
-/// laid out in `asfformat.h`; the two earlier ones have a data object, a head of data units and index objects
-/// of their own:
+/// The generations of the system's native file that are read, called kinds. Kind 2 is the one that is
+/// written, laid out in `asfformat.h`; the two earlier ones have a data object, a head of data units and
+/// index objects of their own:
 ///
 ///     kind  head of a data unit  index object
 ///        2  36 bytes             FILEINDEX_CI, one for each stream in order

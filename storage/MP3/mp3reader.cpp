@@ -274,12 +274,13 @@ int MP3Input::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
     const std::uint8_t* const pHeader = m_buffer.data() + m_uTaken;
     const std::uint32_t uSize = bHeader ? frameSize(pHeader) : 0;
     if (bHeader && (uSize <= kMPEGHeaderSize || uSize > kBufferSize)) {
-      qm_err::log(qm_err::kLogError, "Invalid frame header in file %s: frame number=%i, frame size=%u bytes\n",
-                getFileName().c_str(), static_cast<int>(uNumber), uSize);
+      qm_err::log(qm_err::kLogError,
+                  "Invalid frame header in file %s: frame number=%i, frame size=%u bytes\n",
+                  getFileName().c_str(), static_cast<int>(uNumber), uSize);
     } else if (bHeader && !refill(uSize)) {
       qm_err::log(qm_err::kLogError,
-                "Frame %i in file %s is truncated: frame size=%u bytes, actual frame size=%i bytes\n",
-                static_cast<int>(uNumber), getFileName().c_str(), uSize, static_cast<int>(held()));
+                  "Frame %i in file %s is truncated: frame size=%u bytes, actual frame size=%i bytes\n",
+                  static_cast<int>(uNumber), getFileName().c_str(), uSize, static_cast<int>(held()));
       return kEnd;
     }
     if (!bHeader || uSize <= kMPEGHeaderSize || uSize > kBufferSize) {

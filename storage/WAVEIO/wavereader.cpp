@@ -34,7 +34,6 @@ constexpr std::uint32_t kFrameOverhead = 72;
 constexpr std::uint32_t kMaxFormat = 0x10000;
 
 constexpr const char* kBadFormat = "invalid wave format";
-constexpr std::uint64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr std::uint16_t kKeyFrameFlags = qm_ci::kAccessBit0 | qm_ci::kAccessBit1;
 
 }  // namespace

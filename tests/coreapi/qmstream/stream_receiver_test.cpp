@@ -6,12 +6,12 @@
 
 namespace {
 
-using qm_test::thrownBy;
 using qm_test::Framing;
 using qm_test::kFramings;
 using qm_test::pattern;
 using qm_test::readFrame;
 using qm_test::Receiving;
+using qm_test::thrownBy;
 
 const std::string kEndOfFile = thrownBy([] { QM_THROW(EndOfFileError); });
 

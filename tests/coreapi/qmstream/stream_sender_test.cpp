@@ -8,12 +8,12 @@
 namespace {
 
 using qm_test::Connection;
-using qm_test::thrownBy;
 using qm_test::Framing;
 using qm_test::kFramings;
 using qm_test::LogLines;
 using qm_test::pattern;
 using qm_test::readFrame;
+using qm_test::thrownBy;
 
 /// A connection with a sender at the end that was made here, whose close resets it.
 struct Sending {
@@ -157,7 +157,8 @@ TEST(StreamSender, WrapsOnlyWhatCarriesFrames) {
   EXPECT_EQ(thrownBy([&] { IRCPYSocket30 socket(packets(23)); }), sCopy);
   EXPECT_EQ(thrownBy([&] { OTPKTSocket socket(packets(7)); }),
             "invalid params given to OTPKTSocket constructor");
-  EXPECT_EQ(thrownBy([&] { ITPKTSocket socket(nullptr); }), "invalid params given to ITPKTSocket constructor");
+  EXPECT_EQ(thrownBy([&] { ITPKTSocket socket(nullptr); }),
+            "invalid params given to ITPKTSocket constructor");
   const ITPKTSocket tpkt(packets(8));
   EXPECT_EQ(tpkt.getMTU(), 0U);
   EXPECT_EQ(tpkt.getName().substr(0, 20), "OTPKTSocket::JSocket");

@@ -134,8 +134,7 @@ TEST_F(ConfigFile, RefusesWhatItsTextCannotCarry) {
   JSystemRegistryKey key;
   key.create(kRoot, kKey);
   const auto refused = [&](const char* szName, std::uint32_t uType, const std::string& sData) {
-    return thrownBy([&] { key.setValue(szName, uType, sData.data(), sData.size()); }) !=
-           std::string("");
+    return thrownBy([&] { key.setValue(szName, uType, sData.data(), sData.size()); }) != std::string("");
   };
   EXPECT_TRUE(refused("v", qm_utils::kRegQword, std::string(8, '\0')));
   EXPECT_TRUE(refused("v", qm_utils::kRegNone, ""));
@@ -194,8 +193,8 @@ TEST_F(ConfigFile, SaveThatFailsOrIsCutOffLeavesTheOldOrTheNewFile) {
   for (std::uint64_t uCall = 1; !sError.empty(); ++uCall) {
     setNumber(1);
     sError = save(FaultKind::kError, uCall);
-    EXPECT_THAT(sError, testing::AnyOf("", "",
-                                       HasSubstr("Function=RegFlushKey, key=HKEY_LOCAL_MACHINE\\none")));
+    EXPECT_THAT(sError,
+                testing::AnyOf("", "", HasSubstr("Function=RegFlushKey, key=HKEY_LOCAL_MACHINE\\none")));
     EXPECT_THAT(contents(), testing::AnyOf(sOld, sNew)) << uCall;
     key.flush();
     EXPECT_EQ(contents(), sNew);
