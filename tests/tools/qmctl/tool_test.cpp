@@ -6,10 +6,13 @@
 
 namespace {
 
-/// Runs the installed form of the tool through a shell. The output of both streams stands in `sOut`.
+/// Runs the installed form of the tool through a shell. The output of both streams stands in `sOut`. The
+/// tests' own place of locales isn't handed on: a library of the muxer's makes a locale when it is loaded,
+/// and the system's C library leaks the copy of such a place.
 qm_test::ToolRun runProgram(const std::string& sArguments) {
   qm_test::ToolRun run{};
-  std::FILE* const pPipe = popen((std::string("\"") + QM_TOOL + "\" " + sArguments + " 2>&1").c_str(), "r");
+  std::FILE* const pPipe =
+      popen((std::string("env -u LOCPATH \"") + QM_TOOL + "\" " + sArguments + " 2>&1").c_str(), "r");
   for (int c = std::fgetc(pPipe); c != EOF; c = std::fgetc(pPipe)) {
     run.sOut += static_cast<char>(c);
   }
