@@ -156,7 +156,7 @@ void FileInfo::removeCached(FileInfo* pFileInfo, bool bRelease) {
 
 FileInfo::Ptr FileInfo::create(JFileSocket& socket, const std::string& sName, bool bMapIndex) {
   std::array<std::uint8_t, file_kinds::kRiffTypeAt + file_kinds::kMagicSize> start{};
-  const std::size_t uRead = readFully(socket, start.data(), start.size());
+  const std::size_t uRead = qm_utils::readFully(socket, start.data(), start.size());
   socket.rewind();
   if (uRead < file_kinds::kMagicSize) {
     return nullptr;

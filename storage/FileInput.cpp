@@ -92,7 +92,7 @@ std::unique_ptr<FileInput> FileInput::create(std::unique_ptr<JISocket> pSocket, 
   std::array<std::uint8_t, file_kinds::kMagicSize> magic{};
   std::span<const std::uint8_t> front;
   if (iType == kFindType) {
-    if (readFully(*pSocket, magic.data(), magic.size()) != magic.size()) {
+    if (qm_utils::readFully(*pSocket, magic.data(), magic.size()) != magic.size()) {
       return nullptr;
     }
     front = magic;

@@ -5,19 +5,6 @@
 #include <cstring>
 #include <limits>
 
-std::size_t readFully(JISocket& socket, void* pBuffer, std::size_t uSize) {
-  auto* const pBytes = static_cast<std::uint8_t*>(pBuffer);
-  std::size_t uDone = 0;
-  while (uDone < uSize) {
-    const std::size_t uRead = socket.read(pBytes + uDone, uSize - uDone);
-    if (uRead == 0) {
-      break;
-    }
-    uDone += uRead;
-  }
-  return uDone;
-}
-
 bool skipBytes(JISocket& socket, std::uint64_t uSize) {
   if (uSize == 0) {
     return true;
@@ -47,7 +34,8 @@ std::size_t FileHeadReader::read(void* pBuffer, std::size_t uSize) {
     m_uFrontTaken += uFromFront;
   }
   const std::size_t uRead =
-      uFromFront + readFully(m_socket, static_cast<std::uint8_t*>(pBuffer) + uFromFront, uSize - uFromFront);
+      uFromFront +
+      qm_utils::readFully(m_socket, static_cast<std::uint8_t*>(pBuffer) + uFromFront, uSize - uFromFront);
   m_uPosition += uRead;
   return uRead;
 }

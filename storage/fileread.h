@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "coreapi/qmutils/socket/jiosocket.h"
+#include "coreapi/qmutils/socket/readfully.h"
 
 /// Reads the start of a media file in order, from a file or from a channel that has no positions. A few bytes
 /// that somebody has read already, to see what file it is, may stand in front. Belongs to one thread.
@@ -35,10 +36,6 @@ class FileHeadReader {
   std::size_t m_uFrontTaken = 0;
   std::uint64_t m_uPosition = 0;
 };
-
-/// Fills a buffer from a socket as far as it goes; fewer bytes only at its end. Throws what the socket
-/// throws.
-std::size_t readFully(JISocket& socket, void* pBuffer, std::size_t uSize);
 
 /// Passes over bytes of a socket, by moving where it has a position and by reading where it hasn't. False
 /// when it ends before, as far as reading shows it.

@@ -157,8 +157,8 @@ void ASFFileInfoIn::readIndexObjects(JFileSocket& socket, bool bMapIndex) {
     while (ullFileSize - ullAt >= kObjectHeadSize) {
       ObjectHead head{};
       socket.seek(static_cast<std::int64_t>(ullAt), JFileSocket::kStart);
-      if (readFully(socket, head.data(), head.size()) != head.size() || sizeOf(head) < kObjectHeadSize ||
-          sizeOf(head) > ullFileSize - ullAt) {
+      if (qm_utils::readFully(socket, head.data(), head.size()) != head.size() ||
+          sizeOf(head) < kObjectHeadSize || sizeOf(head) > ullFileSize - ullAt) {
         break;
       }
       readIndexObject(socket, readAsfGuid(head.data()), ullAt, sizeOf(head), bMapIndex);
@@ -221,7 +221,8 @@ void ASFFileInfoIn::readEntries(JFileSocket& socket, std::uint32_t uStream, Inde
   }
   auto pEntries = qm_platform::tryAllocate(static_cast<std::size_t>(ullBytes));
   socket.seek(static_cast<std::int64_t>(ullAt), JFileSocket::kStart);
-  if (pEntries && readFully(socket, pEntries.get(), static_cast<std::size_t>(ullBytes)) == ullBytes) {
+  if (pEntries &&
+      qm_utils::readFully(socket, pEntries.get(), static_cast<std::size_t>(ullBytes)) == ullBytes) {
     stream.setEntries(eType, std::move(pEntries), uCount);
   } else {
     stream.setIndexType(FILEINDEX_NONE);

@@ -55,7 +55,7 @@ UnitSource::UnitSource(JISocket& socket, std::uint32_t uAlignment)
 
 std::size_t UnitSource::read(void* pBuffer, std::size_t uSize) {
   if (m_uAlignment == 0) {
-    return readFully(m_socket, pBuffer, uSize);
+    return qm_utils::readFully(m_socket, pBuffer, uSize);
   }
   auto* const pBytes = static_cast<std::uint8_t*>(pBuffer);
   std::size_t uDone = 0;
@@ -171,7 +171,7 @@ std::uint64_t ASFInput::behind(std::uint64_t uPosition, const Unit& unit) const 
 }
 
 /// Stands behind the head of a unit now.
-void ASFInput::enter(const Unit& /*unit*/, std::uint64_t uPosition, std::uint64_t uNext) noexcept {
+void ASFInput::enter(std::uint64_t uPosition, std::uint64_t uNext) noexcept {
   m_uFramePosition = uPosition;
   m_uPosition = uNext;
   m_uPending = uNext - uPosition - unitHeadSize(m_info.getKind());
@@ -286,7 +286,7 @@ int ASFInput::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
       }
       continue;
     }
-    enter(unit, uPosition, uNext);
+    enter(uPosition, uNext);
     if (!isFrameValid(unit.uStream, unit.uPayload)) {
       continue;
     }
@@ -363,13 +363,13 @@ bool ASFInput::rewind() {
 /// A channel that only goes back to its own start: walks to the data from there.
 bool ASFInput::rewindInSequence() {
   std::array<std::uint8_t, kObjectHeadSize> head{};
-  if (m_pSocket->rewind() != 0 || readFully(*m_pSocket, head.data(), head.size()) != head.size() ||
+  if (m_pSocket->rewind() != 0 || qm_utils::readFully(*m_pSocket, head.data(), head.size()) != head.size() ||
       readAsfGuid(head.data()) != kHeaderObject) {
     return false;
   }
   const std::uint64_t ullSize = readLE64(head.data() + kObjectSizeAt);
   if (ullSize < kObjectHeadSize || !skipBytes(*m_pSocket, ullSize - kObjectHeadSize) ||
-      readFully(*m_pSocket, head.data(), head.size()) != head.size() ||
+      qm_utils::readFully(*m_pSocket, head.data(), head.size()) != head.size() ||
       !kindOfData(readAsfGuid(head.data()))) {
     return false;
   }
@@ -431,7 +431,7 @@ int ASFInput::goTo(std::uint32_t uStream, std::uint32_t uNumber, std::uint64_t u
   }
   const std::uint64_t uNext = behind(uPosition, unit);
   const std::uint64_t uDataSize = m_info.getDataSize();
-  enter(unit, uPosition, uNext);
+  enter(uPosition, uNext);
   if (!isFrameValid(unit.uStream, unit.uPayload) || unit.uStream != uStream ||
       (uDataSize != 0 && uNext > uDataSize)) {
     return kFailed;

@@ -14,7 +14,7 @@ class UnitSource {
   /// `uAlignment` 0 reads plainly. The socket outlives the object.
   UnitSource(JISocket& socket, std::uint32_t uAlignment);
 
-  /// As `readFully` and `skipBytes`.
+  /// As `qm_utils::readFully` and `skipBytes`.
   std::size_t read(void* pBuffer, std::size_t uSize);
   bool skip(std::uint64_t uSize);
 
@@ -75,7 +75,7 @@ class ASFInput : public FileInput {
   bool readHead0(const std::uint8_t* pHead, Unit& unit);
   std::uint32_t streamOfUnit(std::uint16_t wNumber) const noexcept;
   std::uint64_t behind(std::uint64_t uPosition, const Unit& unit) const noexcept;
-  void enter(const Unit& unit, std::uint64_t uPosition, std::uint64_t uNext) noexcept;
+  void enter(std::uint64_t uPosition, std::uint64_t uNext) noexcept;
   int goTo(std::uint32_t uStream, std::uint32_t uNumber, std::uint64_t uPosition, std::uint32_t* pSize,
            qm_ci::Bitstream* pBitstream);
   const FileStreamInfo& indexedStream(std::uint32_t uStream) const;

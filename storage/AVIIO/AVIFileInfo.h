@@ -62,8 +62,6 @@ class AVIFileInfo : public FileInfo {
   std::unique_ptr<FileInput> makeInput(std::unique_ptr<JISocket> pSocket) override;
 
  private:
-  struct Counts;
-
   void readHeader(FileHeadReader& reader);
   void readStreams(std::span<const std::uint8_t> list);
   void describeStream(std::span<const std::uint8_t> header, std::span<const std::uint8_t> list);

@@ -38,7 +38,7 @@ AVIInput::AVIInput(std::unique_ptr<JISocket> pSocket, AVIFileInfo& fileInfo)
 
 bool AVIInput::readChunk(Chunk& chunk) {
   std::array<std::uint8_t, kChunkHeadSize> head;
-  if (readFully(*m_pSocket, head.data(), head.size()) != head.size()) {
+  if (qm_utils::readFully(*m_pSocket, head.data(), head.size()) != head.size()) {
     return false;
   }
   chunk = {readLE32(head.data() + kCodeAt), readLE32(head.data() + kSizeAt)};
@@ -228,7 +228,7 @@ int AVIInput::seekTime(std::uint32_t uStream, std::uint32_t* pSize, JTime time, 
 }
 
 std::size_t AVIInput::read(void* pBuffer, std::size_t uSize) {
-  const std::size_t uRead = readFully(*m_pSocket, pBuffer, uSize);
+  const std::size_t uRead = qm_utils::readFully(*m_pSocket, pBuffer, uSize);
   m_ullPending -= std::min<std::uint64_t>(m_ullPending, uRead);
   return uRead;
 }
@@ -255,7 +255,8 @@ void AVIInput::rewindInSequence() {
     QM_THROW(JTextError, "Rewind failed");
   }
   std::array<std::uint8_t, kListHeadSize> head;
-  if (readFully(*m_pSocket, head.data(), head.size()) != head.size() || readLE32(head.data()) != kRiff) {
+  if (qm_utils::readFully(*m_pSocket, head.data(), head.size()) != head.size() ||
+      readLE32(head.data()) != kRiff) {
     QM_THROW(JTextError, "Invalid RIFF header");
   }
   bool bHeaderSeen = false;
@@ -267,7 +268,7 @@ void AVIInput::rewindInSequence() {
     std::uint64_t ullLeft = padded(chunk.uSize);
     if (chunk.uCode == kList) {
       std::array<std::uint8_t, sizeof kList> type;
-      if (readFully(*m_pSocket, type.data(), type.size()) != type.size() || ullLeft < type.size()) {
+      if (qm_utils::readFully(*m_pSocket, type.data(), type.size()) != type.size() || ullLeft < type.size()) {
         QM_THROW(JTextError, "Chunk data is corrupted");
       }
       if (readLE32(type.data()) == kMovi) {

@@ -66,7 +66,7 @@ std::optional<ChunkHead> takeChunk(std::span<const std::uint8_t>& bytes,
 
 bool readChunkHead(JISocket& socket, ChunkHead& head) {
   std::uint8_t bytes[kChunkHeadSize];
-  if (readFully(socket, bytes, sizeof bytes) != sizeof bytes) {
+  if (qm_utils::readFully(socket, bytes, sizeof bytes) != sizeof bytes) {
     return false;
   }
   head = chunkAt(bytes);
@@ -314,7 +314,7 @@ void AVIFileInfo::readIndex(JFileSocket& socket) {
     ullAt += kChunkHeadSize;
     if (chunk.uCode == kIndex && !bTaken && chunk.uSize <= ullFileSize - ullAt) {
       const auto pEntries = qm_platform::tryAllocate(chunk.uSize);
-      if (!pEntries || readFully(socket, pEntries.get(), chunk.uSize) != chunk.uSize) {
+      if (!pEntries || qm_utils::readFully(socket, pEntries.get(), chunk.uSize) != chunk.uSize) {
         break;
       }
       takeIndex(socket, {pEntries.get(), chunk.uSize});
@@ -396,7 +396,7 @@ bool AVIFileInfo::findAudioBlocks(JFileSocket& socket) const {
   }
   moveTo(socket, first->ullPosition & ~index_layout::kKeyFrame);
   const std::uint8_t* const pBlock = bytes + kChunkHeadSize;
-  return readFully(socket, bytes, sizeof bytes) == sizeof bytes &&
+  return qm_utils::readFully(socket, bytes, sizeof bytes) == sizeof bytes &&
          chunkAt(bytes).uSize >= frame_block::kSize && pBlock[frame_block::kMark1At] == frame_block::kMark1 &&
          readLE16(pBlock + frame_block::kMark2At) == frame_block::kMark2;
 }
@@ -430,7 +430,7 @@ JTime AVIFileInfo::frameTime(JFileSocket& socket, std::uint32_t uStream, std::ui
   }
   const std::uint64_t ullPlace = stream.getEntry(uNumber)->ullPosition & ~index_layout::kKeyFrame;
   moveTo(socket, ullPlace);
-  if (readFully(socket, bytes, sizeof bytes) != sizeof bytes ||
+  if (qm_utils::readFully(socket, bytes, sizeof bytes) != sizeof bytes ||
       streamOfChunk(chunkAt(bytes).uCode) != uStream || chunkAt(bytes).uSize < frame_block::kSize) {
     return {};
   }

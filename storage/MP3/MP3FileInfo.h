@@ -4,7 +4,6 @@
 #include <memory>
 #include <string>
 
-#include "coreapi/qmxml/qmxml.h"
 #include "storage/FileInfo.h"
 
 /// The description of a file of MPEG audio, which has one audio stream.

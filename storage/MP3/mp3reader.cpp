@@ -38,7 +38,7 @@ constexpr std::uint32_t kLowestFullRate = 32000;
 /// Fills a buffer from a place in the file.
 bool readAt(JFileSocket& socket, std::uint64_t ullPlace, void* pBuffer, std::size_t uSize) {
   socket.seek(static_cast<std::int64_t>(ullPlace), JFileSocket::kStart);
-  return readFully(socket, pBuffer, uSize) == uSize;
+  return qm_utils::readFully(socket, pBuffer, uSize) == uSize;
 }
 
 /// The word behind a mark that ends at a place; false when the mark isn't there.
@@ -56,7 +56,7 @@ bool findMark(JFileSocket& socket, std::uint64_t ullEnd, std::string_view sMark,
 
 MP3FileInfo::MP3FileInfo(JFileSocket& socket, const std::string& sName, bool bMapIndex) : FileInfo(sName) {
   std::uint8_t header[kMPEGHeaderSize];
-  if (readFully(socket, header, sizeof header) != sizeof header) {
+  if (qm_utils::readFully(socket, header, sizeof header) != sizeof header) {
     QM_THROW(JTextError, "not an mp3 file");
   }
   m_uTypeMagic = readLE32(header);
@@ -238,7 +238,7 @@ bool MP3Input::refill(std::size_t uWanted) {
     ullRoom = std::min(ullRoom, ullSize - std::min(ullSize, m_ullRead));
   }
   const std::size_t uRead =
-      readFully(*m_pSocket, m_buffer.data() + m_uFilled, static_cast<std::size_t>(ullRoom));
+      qm_utils::readFully(*m_pSocket, m_buffer.data() + m_uFilled, static_cast<std::size_t>(ullRoom));
   m_bEndOfFile = uRead == 0;
   m_uFilled += uRead;
   m_ullRead += uRead;
@@ -349,7 +349,7 @@ std::size_t MP3Input::read(void* pBuffer, std::size_t uSize) {
   std::memcpy(pBuffer, m_buffer.data() + m_uTaken, uFromBuffer);
   m_uTaken += uFromBuffer;
   const std::size_t uRead =
-      readFully(*m_pSocket, static_cast<std::uint8_t*>(pBuffer) + uFromBuffer, uSize - uFromBuffer);
+      qm_utils::readFully(*m_pSocket, static_cast<std::uint8_t*>(pBuffer) + uFromBuffer, uSize - uFromBuffer);
   m_ullRead += uRead;
   m_uPending -= std::min(m_uPending, uFromBuffer + uRead);
   return uFromBuffer + uRead;

@@ -5,7 +5,6 @@
 #include <span>
 #include <string>
 
-#include "coreapi/qmxml/qmxml.h"
 #include "storage/FileInfo.h"
 
 /// The description of a WAVE file, which has one audio stream. Its frames are steps of equal size; there is

@@ -236,7 +236,7 @@ std::size_t WAVEInput::read(void* pBuffer, std::size_t uSize) {
     const std::uint64_t ullLeft = m_info.getDataSize() - std::min(m_info.getDataSize(), m_ullAt);
     uWanted = static_cast<std::size_t>(std::min<std::uint64_t>(ullLeft, uSize));
   }
-  const std::size_t uRead = readFully(*m_pSocket, pBytes, uWanted);
+  const std::size_t uRead = qm_utils::readFully(*m_pSocket, pBytes, uWanted);
   if (uRead < uWanted && bGrowing) {
     m_info.setIndexRebuild(false);
   }

@@ -13,6 +13,7 @@
 #include "tools/qmctl/dates.h"
 #include "tools/qmctl/failure.h"
 #include "tools/qmctl/output.h"
+#include "tools/qmctl/progress.h"
 #include "tools/qmctl/text.h"
 
 // The commands that take recordings out of the archive.
@@ -107,25 +108,18 @@ std::uint64_t sizeOf(const std::string& sFile) {
 /// Shows how far a copy is, over and over on one line of a terminal.
 class ProgressBar {
  public:
-  ProgressBar(std::ostream& error, std::string sFile, std::uint64_t uExpected)
-      : m_error(error), m_sFile(std::move(sFile)), m_uExpected(uExpected) {}
-  ~ProgressBar() { m_error << kEmptyLine << std::flush; }
-  ProgressBar(const ProgressBar&) = delete;
-  ProgressBar& operator=(const ProgressBar&) = delete;
+  ProgressBar(Context& context, std::string sFile, std::uint64_t uExpected)
+      : m_line(context), m_sFile(std::move(sFile)), m_uExpected(uExpected) {}
 
   void show() {
     const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_start);
-    m_error << kEmptyLine
-            << progressLine(sizeOf(m_sFile), m_uExpected, static_cast<std::uint64_t>(passed.count()))
-            << std::flush;
+    m_line.showText(progressLine(sizeOf(m_sFile), m_uExpected, static_cast<std::uint64_t>(passed.count())));
   }
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  static constexpr const char* kEmptyLine = "\r\x1B[K";
-
-  std::ostream& m_error;
+  Progress m_line;
   const std::string m_sFile;
   const std::uint64_t m_uExpected;
   const Clock::time_point m_start = Clock::now();
@@ -178,7 +172,7 @@ void copy(Context& context, const Arguments& given) {
   Session session(context.settings);
   std::unique_ptr<ProgressBar> pBar;
   if (context.bShowProgress) {
-    pBar = std::make_unique<ProgressBar>(context.error, given.sPath, askForSize(session, recording));
+    pBar = std::make_unique<ProgressBar>(context, given.sPath, askForSize(session, recording));
     session.takeMessages();  // without a size there is less to show, which is no failure
   }
   const Target target(given.sPath);

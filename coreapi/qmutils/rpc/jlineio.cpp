@@ -7,6 +7,7 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/rpc/rpcline.h"
 #include "coreapi/qmutils/socket/jiosocket.h"
+#include "coreapi/qmutils/socket/readfully.h"
 
 namespace {
 
@@ -167,13 +168,6 @@ std::optional<std::string_view> JLineIO::readLine(std::int32_t iTimeout) {
 std::size_t JLineIO::readBytes(void* pBuffer, std::size_t uSize) {
   JIoSocket& source = socket();
   auto* const pBytes = static_cast<char*>(pBuffer);
-  std::size_t uDone = m_lines.takeBytes(pBytes, uSize);
-  while (uDone < uSize) {
-    const std::size_t uRead = source.read(pBytes + uDone, uSize - uDone);
-    if (uRead == 0) {
-      break;
-    }
-    uDone += uRead;
-  }
-  return uDone;
+  const std::size_t uDone = m_lines.takeBytes(pBytes, uSize);
+  return uDone + qm_utils::readFully(source, pBytes + uDone, uSize - uDone);
 }
