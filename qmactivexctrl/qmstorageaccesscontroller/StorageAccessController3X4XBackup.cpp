@@ -127,13 +127,18 @@ bool StorageAccessController3X4X::isAccepted(const JParams* pAnswer, const char*
          bAccepted;
 }
 
-/// Deletes a file of a backup that has failed; one into a child has no path.
+/// Deletes a file of a backup in which nothing is; one into a child has no path. A device, such as the null
+/// device, stays.
 void StorageAccessController3X4X::deleteBackupFile(const std::string& sPath) {
   if (sPath.empty()) {
     return;
   }
   try {
-    qm_utils::deleteFile(sPath);
+    std::uint32_t uType = 0;
+    qm_utils::getFileInfo(sPath, &uType);
+    if (uType == qm_utils::kPlainFile) {
+      qm_utils::deleteFile(sPath);
+    }
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
     JCATCH_LOG(error.get());

@@ -177,6 +177,16 @@ TEST(Backup, CutAtAnyByteKeepsWholeFrames) {
   }
 }
 
+TEST(Backup, OfNothingLeavesADeviceAlone) {
+  const qm_test::TempDir dir;
+  const std::string sDevice = dir.path("null.asf");
+  std::filesystem::create_symlink("/dev/null", sDevice);
+  CopyLink link("");
+  link.push(copied(""));
+  EXPECT_EQ(link.copy(sDevice), 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(sDevice));
+}
+
 /// Neither a frame nor the end of a file is lost without a word.
 TEST(Backup, TellsThatTheDiskIsFull) {
   const qm_test::TempDir dir;
