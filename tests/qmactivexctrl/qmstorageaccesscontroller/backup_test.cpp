@@ -55,6 +55,11 @@ TEST(Backup, WritesWhatIsPushedAndTellsHowItEnded) {
       {"copy cut in a frame", "", sOne + copied("lost").substr(0, 27), {"first frame"}, {kHostDown}},
       {"copy cut in the first header", "", sOne.substr(0, 5), {}, {kHostDown}},
       {"copy of a frame larger than promised", "", sOne + copied(sBig), {"first frame"}, {kHostDown}},
+      {"copy of 4 GiB",
+       "",
+       sOne + copied("").replace(12, 4, "\xFF\xFF\xFF\xFF") + "x",
+       {"first frame"},
+       {kHostDown}},
       {"copy that stalls", "", sOne + copied("lost").substr(0, 27), {"first frame"}, {kHostDown}, true},
       {"tpkt",
        "QM_TPKT",
@@ -78,6 +83,12 @@ TEST(Backup, WritesWhatIsPushedAndTellsHowItEnded) {
       {"tpkt with too long a description", "QM_TPKT", framed(std::string(300'000, 'd'), 5), {}, {kHostDown}},
       {"tpkt with garbage for a description", "QM_TPKT", framed(sBig, 5), {}, {kHostDown}},
       {"tpkt cut in the description", "QM_TPKT", description().substr(0, 90), {}, {kHostDown}},
+      {"tpkt that stalls",
+       "QM_TPKT",
+       description() + framed("first frame") + framed("lost").substr(0, 57),
+       {"first frame"},
+       {kHostDown},
+       true},
       {"tpkt out of step",
        "QM_TPKT",
        description() + framed("first frame") + "\2garbage",
@@ -234,6 +245,12 @@ TEST(Backup, BeginsAnotherFileWhenTheStreamChanges) {
   for (const char* szProperty : {"tester", "startTimeStamp=\"03/03/2011 10:00:00.000000UTC\""}) {
     EXPECT_NE(sSecond.find(szProperty), std::string::npos) << szProperty;
   }
+  link.push(description(qm_test::audioStream({}, "audio/x-qmmp3")) + framed("sound") + description() +
+            framed("picture") + tpkt(""));
+  EXPECT_EQ(link.copy(dir.path("a.mp3")), -1);
+  EXPECT_THAT(link.messages(), ElementsAre(kHostDown));
+  EXPECT_NE(qm_test::readFile(dir.path("a.mp3")).find("sound"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(dir.path("a1.mp3"))) << "nothing could be written there";
 }
 
 TEST(Backup, TellsWhyTheServerDidNotPush) {
@@ -261,6 +278,13 @@ TEST(Backup, TellsWhyTheServerDidNotPush) {
     EXPECT_THAT(link.messages(), ElementsAre(bLocal ? "Local Backup Failed: RPC" : kFailed + "RPC"));
   }
   link.manager.answer("rpc_getStreamInfo", "authoringApp=\"x\"");
+  EXPECT_EQ(link.copy(sPath), -1);
+  EXPECT_THAT(link.messages(), ElementsAre(kFailed + "Stream Info Deserialisation"));
+  link.manager.answer("rpc_getStreamInfo", [](const JParams&) {
+    auto pAnswer = std::make_unique<JParams>();
+    pAnswer->add("StreamInfo", reinterpret_cast<const std::uint8_t*>("garbage"), 7, JVariant::T_BINARY);
+    return pAnswer;
+  });
   EXPECT_EQ(link.copy(sPath), -1);
   EXPECT_THAT(link.messages(), ElementsAre(kFailed + "Stream Info Deserialisation"));
   link.manager.answer("rpc_getStreamInfo", "ProtocolVersion=\"QM_TPKT\"");
