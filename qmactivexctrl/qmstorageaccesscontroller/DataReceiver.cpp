@@ -394,7 +394,9 @@ bool StorageAccessController3X4X::DataReceiver::writeFrame() {
   try {
     m_pOutput->writeBitstream(1, m_oBs, 0, 0);
     ++m_framesWritten;
-    if (!m_sPath.empty()) {  // a child says itself, by its status, what it makes of its input
+    // A child says itself, by its status, what it makes of its input; a file with nothing but authentication
+    // has no index to end with.
+    if (!m_sPath.empty() && qm_ci::getFrameKind(m_oBs.getPictureType()) != qm_ci::kFrameKindAuthentication) {
       m_pOutput->tellUnfinished(&m_bUnfinished);
     }
     return true;
