@@ -321,6 +321,8 @@ bool StorageAccessController3X4X::runBackup(const std::string& sSource, std::int
   RunningCopy runningCopy(*this);  // gone before what it may abort
   if (!checkBackup({kRemoteNotConnected, kRemoteBadDate, kRemoteTooLarge}, sStart, sEnd) ||
       !askForSource(recording, source)) {
+    pOutputSocket.reset();
+    deleteBackupFile(sPath);
     return true;
   }
   if (sExtension.empty()) {
