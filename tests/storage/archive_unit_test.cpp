@@ -2,6 +2,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <set>
+#include <sys/stat.h>
 
 #include "coreapi/qmutils/socket/fileoperations.h"
 #include "storage/ArchiveUnit.h"
@@ -219,6 +220,20 @@ TEST_F(ArchiveUnitTest, TellsOfWhatCantBeOpenedAndGoesOn) {
   ArchiveUnit missing(temp.path("missing"), {});
   missing.open();
   EXPECT_EQ(missing.getSliceCount(), 0);
+}
+
+TEST_F(ArchiveUnitTest, NeitherWaitsForPipesNorMendsFilesElsewhere) {
+  ASSERT_EQ(mkfifo(path("metadata.log").c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo(path(name(0, 10)).c_str(), 0600), 0);
+  writeAsf(temp.path("whole.asf"), 3);
+  const std::string sCut = readFile(temp.path("whole.asf")).substr(0, 1000);
+  temp.write("elsewhere.asf", sCut);
+  fs::create_symlink(temp.path("elsewhere.asf"), path("link.asf"));
+  const auto pUnit = opened();
+  EXPECT_EQ(pUnit->getMedia().sDataType, "");
+  EXPECT_NE(thrownBy([&] { pUnit->openFile(behind(0, 10), nullptr, nullptr, 0); }), "");
+  EXPECT_EQ(readFile(temp.path("elsewhere.asf")), sCut);
+  EXPECT_TRUE(names().contains("link.asf"));
 }
 
 TEST_F(ArchiveUnitTest, OpensFilesByTimeAndWalksThem) {
