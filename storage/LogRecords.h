@@ -87,7 +87,7 @@ class LogRecords {
 
   /// Takes all records out and gives them to `visit` in order, which appends what is to stand in the log from
   /// now on. The cursor goes back to the first record. What `visit` throws leaves records out: see
-  /// `checkWhole`.
+  /// `isWhole`.
   template <class Visit>
   void rebuild(Visit visit) {
     Set old = std::exchange(m_records, {});
@@ -100,8 +100,10 @@ class LogRecords {
     rewind();
   }
 
-  /// Throws JTextError when a change broke off, for lack of memory, and lost records: they still stand in the
-  /// file, which mustn't be replaced then.
+  /// Whether no record was lost to a change that broke off for lack of memory.
+  bool isWhole() const noexcept { return m_bWhole; }
+
+  /// Throws JTextError when records were lost: they still stand in the file, which mustn't be replaced then.
   void checkWhole() const {
     if (!m_bWhole) {
       QM_THROW(JTextError, "A change of the log broke off, so it isn't written");
@@ -138,7 +140,7 @@ class LogRecords {
  private:
   Set m_records;
   mutable Position m_cursor = m_records.end();
-  bool m_bWhole = true;  ///< no record was lost to a change that broke off
+  bool m_bWhole = true;
 };
 
 template <class Record>

@@ -302,6 +302,12 @@ TEST_F(ArchiveUnitTest, GivesUpTheOldestSlicesThatNothingProtects) {
   EXPECT_TRUE(log.has(qm_err::kLogWarning,
                       "getExpiredSlicesbySpace() -\tCould not remove 30 of space in unprotected slices to "
                       "assure MaxSpace 20\n"));
+
+  // Behind a line that can't be read anything may be protected.
+  temp.write("unit/protection.log", "no protection\n" + readFile(path("protection.log")));
+  EXPECT_EQ(expired(20), "");
+  EXPECT_NE(thrownBy([&] { opened()->erase(behind(300, 350)); }), "");
+  EXPECT_EQ(opened()->getSliceCount(), 5);
 }
 
 TEST_F(ArchiveUnitTest, ErasesWhatNoProtectionHoldsAndKeepsMediaFilesWhole) {
