@@ -157,7 +157,15 @@ void ASFFileInfoIn::rebuildIndex(bool bWriteBack, FileProgress* pProgress, JTime
   if (last.bCounted) {
     getStream(last.uStream)->dropFrames(1);
   }
-  fixIndexInfo(last.uPosition, bWriteBack, pFile);
+  const std::uint64_t ullBefore = m_uDataSize;
+  try {
+    fixIndexInfo(last.uPosition, bWriteBack, pFile);
+  } catch (...) {
+    // The file is as it was: the next try must neither take it for mended nor leave another frame out.
+    m_uDataSize = ullBefore;
+    m_bIndexRebuild = true;
+    throw;
+  }
 }
 
 void ASFFileInfoIn::fixIndexInfo(std::uint64_t uDataSize, bool bWrite, JFileSocket* pSocket) {

@@ -188,11 +188,15 @@ TEST(UnfinishedAsfFile, IsLeftAsItIsByAFullDisk) {
   const TempDir dir;
   const std::string sPath = unfinishedCopy(dir, 120, 0);
   const std::string sBefore = readFile(sPath);
+  const auto pInfo = describe(sPath);
   {
     const FullDisk full(sBefore.size());
-    EXPECT_NE(thrownBy([&] { describe(sPath)->rebuildIndex(true, nullptr, kNoDate); }), "");
+    EXPECT_NE(thrownBy([&] { pInfo->rebuildIndex(true, nullptr, kNoDate); }), "");
   }
   EXPECT_EQ(readFile(sPath), sBefore);
+  pInfo->rebuildIndex(true, nullptr, kNoDate);
+  EXPECT_TRUE(describe(sPath)->hasIndex());
+  EXPECT_EQ(framesOf(sPath).size(), 119U);
 }
 
 TEST(UnfinishedAsfFile, CanBeDatedAnew) {
