@@ -106,6 +106,10 @@ class FileInfo : public JCacheRecord {
   void setDataSize(std::uint64_t uSize);
   void addToDataSize(std::uint64_t uSize);
 
+  /// A reader has come to the end of a file whose size isn't known: that is its size then, unless a writer is
+  /// still at it and keeps the count.
+  void settleDataSize(std::uint64_t uSize);
+
   /// Whether the indexes grow as frames pass.
   bool isOnFlyIndexing() const;
   void setOnFlyIndexing(bool bOn);

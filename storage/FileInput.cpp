@@ -20,6 +20,9 @@ constexpr std::uint32_t kLargestFrame = 64U << 20;
 
 constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
 
+/// The highest number of a frame that periods are taken for: numbers in indexes have 32 bits.
+constexpr std::uint64_t kMostFrames = std::numeric_limits<std::uint32_t>::max();
+
 /// Types of the sequential form.
 constexpr int kFindType = 0;
 constexpr int kAsfType = 1;
@@ -215,7 +218,7 @@ void FileInput::moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime, std::
       }
       setLastNumber(uOther, iNumber);
     } else {
-      setLastNumber(uOther, static_cast<std::int64_t>(numberByPeriod(uOther, ullTime)));
+      setLastNumber(uOther, std::min<std::uint64_t>(numberByPeriod(uOther, ullTime), kMostFrames));
     }
   }
 }

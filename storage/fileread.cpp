@@ -5,6 +5,16 @@
 #include <cstring>
 #include <limits>
 
+#include "coreapi/platform/filestatus.h"
+#include "coreapi/qmutils/error/jerror.h"
+
+void checkNoPipe(const std::string& sPath) {
+  qm_platform::FileStatus status;
+  if (qm_platform::statusOfPath(sPath, status) == 0 && status.kind == qm_platform::FileKind::kOther) {
+    QM_THROW(JTextError, "\"%s\" is no plain file", sPath.c_str());
+  }
+}
+
 bool skipBytes(JISocket& socket, std::uint64_t uSize) {
   if (uSize == 0) {
     return true;

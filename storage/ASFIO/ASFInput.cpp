@@ -268,7 +268,7 @@ int ASFInput::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
     Unit unit;
     const Head head = readHead(unit);
     if (head == Head::kShort && uDataSize == 0) {
-      m_info.setDataSize(m_uPosition);
+      m_info.settleDataSize(m_uPosition);
       if (const int iResult = wrap(bWrapped); iResult != kFrame) {
         return iResult;
       }

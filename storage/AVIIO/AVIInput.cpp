@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <utility>
 
 #include "coreapi/platform/byteorder.h"
@@ -11,6 +12,7 @@
 #include "coreapi/qmutils/thread/namedassert.h"
 #include "storage/AVIIO/aviformat.h"
 #include "storage/fileread.h"
+#include "storage/saturated.h"
 
 using namespace avi_layout;
 using namespace riff_layout;
@@ -143,8 +145,9 @@ std::uint64_t AVIInput::foreignTime(std::uint32_t uStream, std::uint32_t uNumber
   const std::uint64_t ullUnits =
       timing.uSampleSize == 0 ? uNumber : m_audioBytes[uStream - 1] / timing.uSampleSize;
   const auto dMicroseconds = static_cast<double>(ullUnits) * timing.uScale * 1e6 / timing.uRate;
-  return m_info.getStream(uStream)->getFirstDate().getMicroseconds() +
-         static_cast<std::uint64_t>(dMicroseconds);
+  const std::uint64_t ullFirst = m_info.getStream(uStream)->getFirstDate().getMicroseconds();
+  return ullFirst + std::min(saturated<std::uint64_t>(dMicroseconds),
+                             std::numeric_limits<std::uint64_t>::max() - ullFirst);
 }
 
 /// Lets the audio go on where a time puts it.
@@ -155,7 +158,7 @@ void AVIInput::moveAudioTo(std::uint32_t uStream, std::uint64_t ullTime) {
     return;
   }
   const double dUnits = static_cast<double>(ullTime - ullFirst) * timing.uRate / timing.uScale / 1e6;
-  m_audioBytes[uStream - 1] = static_cast<std::uint64_t>(dUnits) * timing.uSampleSize;
+  m_audioBytes[uStream - 1] = saturated<std::uint64_t>(dUnits) * timing.uSampleSize;
 }
 
 /// Key frame and time of a frame that brings neither with it.

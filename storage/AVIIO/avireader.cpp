@@ -312,7 +312,7 @@ void AVIFileInfo::readIndex(JFileSocket& socket) {
       QM_THROW(JTextError, "Invalid AVI file : it has several parts (OpenDML)");
     }
     ullAt += kChunkHeadSize;
-    if (chunk.uCode == kIndex && !bTaken && chunk.uSize <= ullFileSize - ullAt) {
+    if (chunk.uCode == kIndex && !bTaken && ullAt <= ullFileSize && chunk.uSize <= ullFileSize - ullAt) {
       const auto pEntries = qm_platform::tryAllocate(chunk.uSize);
       if (!pEntries || qm_utils::readFully(socket, pEntries.get(), chunk.uSize) != chunk.uSize) {
         break;

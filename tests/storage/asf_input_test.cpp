@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <random>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -163,6 +164,41 @@ TEST(UnfinishedAsfFile, IsIndexedWhileItIsReadAndMended) {
   EXPECT_EQ(readFile(sPath), sMended);
 }
 
+/// Keeps files of this process from growing beyond a size, as a full disk would.
+class FullDisk {
+ public:
+  explicit FullDisk(std::uint64_t uSize) {
+    getrlimit(RLIMIT_FSIZE, &m_before);
+    const rlimit full{uSize, m_before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+  }
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &m_before);
+    std::signal(SIGXFSZ, m_pBefore);
+  }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+  void (*m_pBefore)(int) = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit m_before{};
+};
+
+TEST(UnfinishedAsfFile, IsLeftAsItIsByAFullDisk) {
+  const TempDir dir;
+  const std::string sPath = unfinishedCopy(dir, 120, 0);
+  const std::string sBefore = readFile(sPath);
+  const auto pInfo = describe(sPath);
+  {
+    const FullDisk full(sBefore.size());
+    EXPECT_NE(thrownBy([&] { pInfo->rebuildIndex(true, nullptr, kNoDate); }), "");
+  }
+  EXPECT_EQ(readFile(sPath), sBefore);
+  pInfo->rebuildIndex(true, nullptr, kNoDate);
+  EXPECT_TRUE(describe(sPath)->hasIndex());
+  EXPECT_EQ(framesOf(sPath).size(), 119U);
+}
+
 TEST(UnfinishedAsfFile, CanBeDatedAnew) {
   const TempDir dir;
   const std::string sPath = dir.path("a.asf");
@@ -191,6 +227,13 @@ TEST(AsfFile, IsCutAtADate) {
     EXPECT_EQ(describe(sPath)->getStream(1)->getCount(), row.uLeft);
   }
   EXPECT_EQ(thrownBy([&] { describe(sPath)->truncate(JTime::fromMicroseconds(1)); }), "seek before start");
+  // An index that puts the fourth frame far behind the end must not make the file as long as that.
+  std::string sBytes = readFile(sPath);
+  sBytes.replace(sBytes.size() - 7 * index_layout::kCISize, 8, le(std::uint64_t{1} << 33, 8));
+  const auto pDamaged = describe(dir.write("damaged.asf", sBytes));
+  EXPECT_EQ(thrownBy([&] { pDamaged->truncate(JTime::fromMicroseconds(kBegin + 3 * kPeriod)); }),
+            "the index is damaged: it puts a frame behind the data");
+  EXPECT_EQ(readFile(dir.path("damaged.asf")), sBytes);
   JFileSocket socket(sPath, JFileSocket::kRead, true);
   ASFFileInfoIn mapped(socket, sPath, true);
   EXPECT_EQ(thrownBy([&] { mapped.truncate(JTime::fromMicroseconds(kBegin)); }),
