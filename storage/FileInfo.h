@@ -69,7 +69,7 @@ class FileInfo : public JCacheRecord {
   virtual void truncate(JTime date);
 
   /// What the file is, by what its bytes say: the magic of "RIFF", of an ASF header, "WAVE" or the first word
-  /// of MPEG audio.
+  /// of MPEG audio; 0 while MPEG audio is being written.
   std::uint32_t getTypeMagic() const noexcept { return m_uTypeMagic; }
 
   /// "avi" or "asf"; null for any other file.

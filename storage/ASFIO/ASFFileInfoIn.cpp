@@ -161,11 +161,17 @@ void ASFFileInfoIn::readIndexObjects(JFileSocket& socket, bool bMapIndex) {
           sizeOf(head) < kObjectHeadSize || sizeOf(head) > ullFileSize - ullAt) {
         break;
       }
+      if (m_bIOAligned && readAsfGuid(head.data()) == kIndexObject && sizeOf(head) > head.size()) {
+        passOverUnindexed(socket, ullAt);
+      }
       readIndexObject(socket, readAsfGuid(head.data()), ullAt, sizeOf(head), bMapIndex);
       ullAt += sizeOf(head);
     }
   }
   m_bHasIndex = !m_bIndexRebuild;
+  if (m_bHasIndex && m_bIOAligned) {
+    settleStreamsWithoutFrames();
+  }
   if (m_bIndexRebuild && m_iKind != 0) {
     for (const auto& pStream : m_streams) {
       pStream->setIndexType(indexTypeOf(m_iKind));
@@ -249,6 +255,34 @@ void ASFFileInfoIn::dateByIndex(std::uint32_t uStream) {
             : ullPeriods * period.uNumerator * kMicrosecondsPerMillisecond / period.uDenominator;
     stream.setFirstDate(m_creationDate);
     stream.setLastDate(JTime(m_creationDate).add(static_cast<std::int64_t>(ullSince)));
+  }
+}
+
+/// A writer in blocks leaves out the index objects of streams without frames. Whose the object at a place is,
+/// the unit tells that its first entry leads to.
+void ASFFileInfoIn::passOverUnindexed(JFileSocket& socket, std::uint64_t ullObjectAt) {
+  const auto wordAt = [&](std::uint64_t ullPlace) {
+    std::array<std::uint8_t, sizeof(std::uint64_t)> word{};
+    socket.seek(static_cast<std::int64_t>(ullPlace), JFileSocket::kStart);
+    qm_utils::readFully(socket, word.data(), word.size());
+    return readLE64(word.data());
+  };
+  const std::uint64_t ullPosition = wordAt(ullObjectAt + kObjectHeadSize + index_layout::kPositionAt);
+  if (ullPosition >= m_uDataSize) {
+    return;
+  }
+  const auto uStream = static_cast<std::uint32_t>(wordAt(m_qwDUStart + ullPosition + data_unit::kStreamAt));
+  if (uStream > m_uNextIndexed && uStream <= getStreamCount()) {
+    m_uNextIndexed = uStream;
+  }
+}
+
+/// A stream that has neither an index object nor dates got no frame: its index is whole, and empty.
+void ASFFileInfoIn::settleStreamsWithoutFrames() {
+  for (const auto& pStream : m_streams) {
+    if (pStream->getIndexType() == FILEINDEX_NONE && isUnset(pStream->getFirstDate())) {
+      pStream->setIndexType(indexTypeOf(m_iKind));
+    }
   }
 }
 

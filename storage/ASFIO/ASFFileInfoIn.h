@@ -52,6 +52,8 @@ class ASFFileInfoIn : public ASFFileInfo {
   void readEntries(JFileSocket& socket, std::uint32_t uStream, IndexType eType, std::uint64_t ullAt,
                    std::uint64_t ullSize, bool bMapIndex);
   void dateByIndex(std::uint32_t uStream);
+  void passOverUnindexed(JFileSocket& socket, std::uint64_t ullObjectAt);
+  void settleStreamsWithoutFrames();
   void beginRebuild();
   void beginRebuild(JTime date);
   void putTotals(std::uint64_t uDataSize);

@@ -331,16 +331,18 @@ int MP3Input::goTo(std::uint64_t ullPlace, std::uint32_t uNumber, std::uint32_t*
   return getNextFrame(nullptr, pSize, pBitstream, false);
 }
 
+// Every frame is a key frame, and the entries of files that this system wrote don't mark them.
+
 int MP3Input::seekFrame(std::uint32_t /*uStream*/, std::uint32_t uNumber, std::uint32_t* pSize,
-                        qm_ci::Bitstream* pBitstream, bool bToKeyFrame) {
-  const std::uint64_t ullPlace = m_info.getStream(1)->getPosByNumber(uNumber, bToKeyFrame);
+                        qm_ci::Bitstream* pBitstream, bool /*bToKeyFrame*/) {
+  const std::uint64_t ullPlace = m_info.getStream(1)->getPosByNumber(uNumber, false);
   return goTo(ullPlace, uNumber, pSize, pBitstream);
 }
 
 int MP3Input::seekTime(std::uint32_t /*uStream*/, std::uint32_t* pSize, JTime time,
-                       qm_ci::Bitstream* pBitstream, bool bToKeyFrame) {
+                       qm_ci::Bitstream* pBitstream, bool /*bToKeyFrame*/) {
   std::uint32_t uNumber = 0;
-  const std::uint64_t ullPlace = m_info.getStream(1)->getPosByTime(time, uNumber, bToKeyFrame);
+  const std::uint64_t ullPlace = m_info.getStream(1)->getPosByTime(time, uNumber, false);
   return goTo(ullPlace, uNumber, pSize, pBitstream);
 }
 

@@ -243,7 +243,7 @@ TEST(Mp3File, OfThisSystemComesWithIndexAndParameters) {
   std::string sApp;
   EXPECT_TRUE(pInput->getFileInfo().getParams().get("authoringApp", sApp));
   std::uint32_t uSize = 0;
-  ASSERT_EQ(pInput->seekTime(1, &uSize, JTime::fromMicroseconds(kBegin + 9 * kPeriod + 3), nullptr, false),
+  ASSERT_EQ(pInput->seekTime(1, &uSize, JTime::fromMicroseconds(kBegin + 9 * kPeriod + 3), nullptr, true),
             FileInput::kFrame);
   EXPECT_EQ(payload(*pInput, uSize), source[9].sPayload);
 }
