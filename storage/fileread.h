@@ -37,6 +37,9 @@ class FileHeadReader {
   std::uint64_t m_uPosition = 0;
 };
 
+/// Zeros to read a header into. Throws JTextError "out of memory".
+std::vector<std::uint8_t> makeHeadBytes(std::size_t uSize);
+
 /// Passes over bytes of a socket, by moving where it has a position and by reading where it hasn't. False
 /// when it ends before, as far as reading shows it.
 bool skipBytes(JISocket& socket, std::uint64_t uSize);
