@@ -330,12 +330,7 @@ TEST(AsfFile, CutAnywhereGivesWholeFramesOrAnError) {
     std::size_t uMost = 0;
     for (std::uintmax_t size = std::filesystem::file_size(sPath); size-- > 0;) {
       std::filesystem::resize_file(sPath, size);
-      std::vector<Read> frames;
-      thrownBy([&] {
-        if (const auto pInput = readerOf(sPath)) {
-          frames = readAll(*pInput);
-        }
-      });
+      const std::vector<Read> frames = framesThereAre(sPath);
       ASSERT_LE(frames.size(), whole.size()) << size;
       ASSERT_TRUE(std::equal(frames.begin(), frames.end(), whole.begin())) << size;
       uMost = std::max(uMost, frames.size());

@@ -197,12 +197,7 @@ void cutEverywhere(const std::string& sPath) {
   std::size_t uMost = 0;
   for (std::uintmax_t size = std::filesystem::file_size(sPath); size-- > 0;) {
     std::filesystem::resize_file(sPath, size);
-    std::vector<Read> frames;
-    thrownBy([&] {
-      if (const auto pInput = readerOf(sPath)) {
-        frames = readAll(*pInput);
-      }
-    });
+    const std::vector<Read> frames = framesThereAre(sPath);
     uMost = std::max(uMost, frames.size());
     ASSERT_LE(frames.size(), whole.size()) << size;
     for (std::size_t i = 0; i < frames.size(); ++i) {
