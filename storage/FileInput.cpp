@@ -178,6 +178,12 @@ bool FileInput::isFrameValid(std::uint32_t uStream, std::uint32_t uSize) const {
   return false;
 }
 
+void FileInput::checkSingleStream(std::uint32_t uStream) {
+  if (uStream != 1) {
+    QM_THROW(EndOfFileError);
+  }
+}
+
 std::uint64_t FileInput::timeByPeriod(std::uint32_t uStream, std::uint64_t uNumber, Rounding rounding) const {
   const FileStreamInfo& stream = *m_pFileInfo->getStream(uStream);
   const FramePeriod period = stream.getPeriod();
@@ -207,7 +213,8 @@ void FileInput::moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime, std::
       continue;
     }
     const FileStreamInfo& other = *m_pFileInfo->getStream(uOther);
-    if (other.hasTimes()) {
+    // An index that is still empty has no frame in front of this one.
+    if (other.hasTimes() || (index_layout::isTimed(other.getIndexType()) && other.getCount() == 0)) {
       std::int64_t iNumber = other.getNumberAtOrBefore(JTime::fromMicroseconds(ullTime));
       while (iNumber >= 0) {
         const auto entry = other.getEntry(static_cast<std::uint32_t>(iNumber));

@@ -4,6 +4,17 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <new>
+
+#include "coreapi/qmutils/error/jerror.h"
+
+std::vector<std::uint8_t> makeHeadBytes(std::size_t uSize) {
+  try {
+    return std::vector<std::uint8_t>(uSize);
+  } catch (const std::bad_alloc&) {
+    QM_THROW(JTextError, "out of memory");
+  }
+}
 
 #include "coreapi/platform/filestatus.h"
 #include "coreapi/qmutils/error/jerror.h"

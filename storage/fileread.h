@@ -42,6 +42,9 @@ class FileHeadReader {
 /// else is wrong with the path is left to the opening.
 void checkNoPipe(const std::string& sPath);
 
+/// Zeros to read a header into. Throws JTextError "out of memory".
+std::vector<std::uint8_t> makeHeadBytes(std::size_t uSize);
+
 /// Passes over bytes of a socket, by moving where it has a position and by reading where it hasn't. False
 /// when it ends before, as far as reading shows it.
 bool skipBytes(JISocket& socket, std::uint64_t uSize);

@@ -73,7 +73,7 @@ void ASFFileInfoIn::readHeader(FileHeadReader& reader) {
   if (ullSize > kMaxHeaderSize) {
     QM_THROW(JTextError, "ASF header too long");
   }
-  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(ullSize));
+  std::vector<std::uint8_t> bytes = makeHeadBytes(static_cast<std::size_t>(ullSize));
   std::copy(head.begin(), head.end(), bytes.begin());
   if (!reader.fill(bytes.data() + head.size(), bytes.size() - head.size())) {
     QM_THROW(JTextError, "not an ASF file");
@@ -112,11 +112,23 @@ void ASFFileInfoIn::readHeader(FileHeadReader& reader) {
   for (std::uint32_t uStream = 1; uStream <= getStreamCount(); ++uStream) {
     describeStream(uStream);
   }
-  if (const auto sParameters = m_header.getFileParameters()) {
+  readFileParameters();
+}
+
+/// A text that doesn't parse must not keep the frames of a file from being read.
+void ASFFileInfoIn::readFileParameters() {
+  const auto sParameters = m_header.getFileParameters();
+  if (!sParameters) {
+    return;
+  }
+  try {
     m_params.parse(std::string(*sParameters));
     m_params.get("validKeyFrameFlag", m_bValidKeyFrameFlag);
     m_params.get("syntheticFlag", m_bSyntheticFlag);
     m_params.get("supportAuthentication", m_bSupportAuthentication);
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
   }
 }
 
@@ -184,10 +196,11 @@ void ASFFileInfoIn::readIndexObjects(JFileSocket& socket, bool bMapIndex) {
 void ASFFileInfoIn::readIndexObject(JFileSocket& socket, const Guid& id, std::uint64_t ullAt,
                                     std::uint64_t ullSize, bool bMapIndex) {
   const IndexType eType = indexTypeOfObject(id);
-  if (eType != FILEINDEX_NONE) {
-    const std::uint32_t uStream = id == kVideoIndexObject0   ? m_uFirstVideoStream
-                                  : id == kAudioIndexObject0 ? m_uFirstAudioStream
-                                                             : m_uNextIndexed++;
+  const std::uint32_t uStream = id == kVideoIndexObject0   ? m_uFirstVideoStream
+                                : id == kAudioIndexObject0 ? m_uFirstAudioStream
+                                : eType != FILEINDEX_NONE  ? m_uNextIndexed++
+                                                           : 0;
+  if (uStream != 0) {
     m_bIndexRebuild = false;
     if (getStream(uStream) != nullptr) {
       readEntries(socket, uStream, eType, ullAt + kObjectHeadSize, ullSize - kObjectHeadSize, bMapIndex);
@@ -232,6 +245,7 @@ void ASFFileInfoIn::readEntries(JFileSocket& socket, std::uint32_t uStream, Inde
     stream.setEntries(eType, std::move(pEntries), uCount);
   } else {
     stream.setIndexType(FILEINDEX_NONE);
+    stream.setCount(uCount);
   }
 }
 

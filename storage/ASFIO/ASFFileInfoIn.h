@@ -45,6 +45,7 @@ class ASFFileInfoIn : public ASFFileInfo {
 
  private:
   void readHeader(FileHeadReader& reader);
+  void readFileParameters();
   void describeStream(std::uint32_t uStream);
   void readIndexObjects(JFileSocket& socket, bool bMapIndex);
   void readIndexObject(JFileSocket& socket, const asf_layout::Guid& id, std::uint64_t ullAt,

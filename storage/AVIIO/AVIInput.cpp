@@ -47,6 +47,12 @@ bool AVIInput::readChunk(Chunk& chunk) {
   return true;
 }
 
+/// As `isFrameValid`, of a chunk: the block in front of a payload doesn't count.
+bool AVIInput::isChunkValid(std::uint32_t uStream, std::uint32_t uSize) const {
+  const bool bBlock = m_info.hasFrameBlocks(uStream) && uSize >= frame_block::kSize;
+  return isFrameValid(uStream, bBlock ? uSize - static_cast<std::uint32_t>(frame_block::kSize) : uSize);
+}
+
 /// Whether a place lies behind the frames of the file.
 bool AVIInput::isPast(std::uint64_t ullPlace) const {
   const std::uint64_t ullSize = m_info.getDataSize();
@@ -79,8 +85,8 @@ int AVIInput::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
     }
     m_ullPending = padded(chunk.uSize);
     m_ullPlace = ullBody + m_ullPending;
-    const std::uint32_t uStream = AVIFileInfo::streamOfChunk(chunk.uCode);
-    if (uStream == 0 || isPast(ullBody + chunk.uSize) || !isFrameValid(uStream, chunk.uSize)) {
+    const std::uint32_t uStream = m_info.streamOfChunk(chunk.uCode);
+    if (uStream == 0 || isPast(ullBody + chunk.uSize) || !isChunkValid(uStream, chunk.uSize)) {
       continue;
     }
     const auto uNumber = static_cast<std::uint32_t>(getLastNumber(uStream) + 1);
@@ -185,7 +191,7 @@ void AVIInput::describeForeign(std::uint32_t uStream, std::uint32_t uNumber, qm_
 int AVIInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint32_t* pSize,
                         qm_ci::Bitstream* pBitstream, bool bToKeyFrame) {
   const FileStreamInfo* const pStream = m_info.getStream(uStream);
-  if (pStream == nullptr || pStream->getIndexType() == FILEINDEX_NONE) {
+  if (pStream == nullptr) {
     QM_THROW(EndOfFileError);
   }
   const std::uint64_t ullPlace = pStream->getPosByNumber(uNumber, bToKeyFrame);
@@ -195,8 +201,8 @@ int AVIInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint3
   m_pFile->seek(static_cast<std::int64_t>(ullPlace), JFileSocket::kStart);
   m_ullPending = 0;
   Chunk chunk;
-  if (!readChunk(chunk) || AVIFileInfo::streamOfChunk(chunk.uCode) != uStream ||
-      !isFrameValid(uStream, chunk.uSize) || isPast(ullPlace + kChunkHeadSize + chunk.uSize)) {
+  if (!readChunk(chunk) || m_info.streamOfChunk(chunk.uCode) != uStream ||
+      !isChunkValid(uStream, chunk.uSize) || isPast(ullPlace + kChunkHeadSize + chunk.uSize)) {
     return kFailed;
   }
   m_ullPending = padded(chunk.uSize);
@@ -215,7 +221,7 @@ int AVIInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint3
 int AVIInput::seekTime(std::uint32_t uStream, std::uint32_t* pSize, JTime time, qm_ci::Bitstream* pBitstream,
                        bool bToKeyFrame) {
   const FileStreamInfo* const pStream = m_info.getStream(uStream);
-  if (pStream == nullptr || pStream->getIndexType() == FILEINDEX_NONE) {
+  if (pStream == nullptr) {
     QM_THROW(EndOfFileError);
   }
   if (time < pStream->getFirstDate()) {

@@ -86,7 +86,11 @@ void WAVEFileInfo::readFormat(std::span<const std::uint8_t> format) {
       bLong ? qm_ci::readWaveHeader(format.data()) : qm_ci::readPcmHeader(format.data());
   const auto coding = std::find_if(kCodings.begin(), kCodings.end(),
                                    [&](const Coding& c) { return c.wFormatTag == wave.wFormatTag; });
-  if (coding == kCodings.end() || wave.cbSize != 0 || wave.nChannels == 0 || wave.nSamplesPerSec == 0) {
+  if (coding == kCodings.end()) {
+    return;  // the sound can't be read then
+  }
+  const bool bOtherBits = wave.wFormatTag == kTagG726 && wave.wBitsPerSample != wave_layout::kG726Bits;
+  if (wave.cbSize != 0 || wave.nChannels == 0 || wave.nSamplesPerSec == 0 || bOtherBits) {
     QM_THROW(JTextError, "%s", kBadFormat);
   }
   const bool bPcm = wave.wFormatTag == kTagPcm;
@@ -113,10 +117,10 @@ void WAVEFileInfo::readFormat(std::span<const std::uint8_t> format) {
       m_uFrameBytes = uFrameBytes;
       break;
     case kTagG726:
-      m_uFrameBytes = uSamplings >> 1U;
+      m_uFrameBytes = (uSamplings >> 1U) * wave.nChannels;
       break;
     default:
-      m_uFrameBytes = uSamplings;
+      m_uFrameBytes = uSamplings * wave.nChannels;
   }
 }
 
@@ -163,8 +167,9 @@ void WAVEInput::moveTo(std::uint32_t uNumber) {
   }
 }
 
-int WAVEInput::seekFrame(std::uint32_t /*uStream*/, std::uint32_t uNumber, std::uint32_t* pSize,
+int WAVEInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint32_t* pSize,
                          qm_ci::Bitstream* pBitstream, bool /*bToKeyFrame*/) {
+  checkSingleStream(uStream);
   if (uNumber >= m_info.getStream(1)->getCount()) {
     QM_THROW(JTextError, "seek past end");
   }
@@ -174,6 +179,7 @@ int WAVEInput::seekFrame(std::uint32_t /*uStream*/, std::uint32_t uNumber, std::
 
 int WAVEInput::seekTime(std::uint32_t uStream, std::uint32_t* pSize, JTime time, qm_ci::Bitstream* pBitstream,
                         bool bToKeyFrame) {
+  checkSingleStream(uStream);
   if (time < m_info.getStream(1)->getFirstDate()) {
     QM_THROW(JTextError, "seek before start");
   }

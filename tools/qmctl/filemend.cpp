@@ -34,7 +34,7 @@ FileInfo::Ptr describe(const std::string& sFile) {
     pFileInfo = FileInfo::create(socket, sFile, false);
   });
   if (!pFileInfo) {
-    throw Failure(kFailed, sFile + ": not a media file of a kind known (ASF, AVI, WAVE, MP3)");
+    refuseKind(sFile);
   }
   return pFileInfo;
 }
