@@ -9,6 +9,8 @@
 //                          giving the same rows out of a table in the order of its primary key
 //   search all, answer     for the record: the same up to the answer's line
 
+#include "qmmanager/manager.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -28,7 +30,6 @@
 #include "coreapi/qmxml/qmxml.h"
 #include "qmmanager/archive.h"
 #include "qmmanager/archivenames.h"
-#include "qmmanager/manager.h"
 #include "storage/FileInfo.h"
 #include "storage/FileOutput.h"
 #include "storage/Slice.h"
@@ -145,8 +146,9 @@ bool dropCaches() {
 
 void benchStart(const std::string& sRoot) {
   openWhole(sRoot);  // makes the logs
-  qm_bench::compare({"start, 1,000 x 1,000 slices, warm", "find", 0.5, 5}, [&] { return openWhole(sRoot); },
-                    [&] { return findWhole(sRoot); });
+  qm_bench::compare(
+      {"start, 1,000 x 1,000 slices, warm", "find", 0.5, 5}, [&] { return openWhole(sRoot); },
+      [&] { return findWhole(sRoot); });
   if (!dropCaches()) {
     std::printf("start, cold: the system's caches can't be dropped here\n");
     return;
