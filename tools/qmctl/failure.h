@@ -11,7 +11,7 @@ enum ExitStatus : int {
   kFailed = 1,         ///< the operation failed
   kWrongUsage = 2,     ///< nothing was tried
   kNoConnection = 3,   ///< the Manager wasn't reached
-  kInterrupted = 130,  ///< SIGINT has ended a copy or an export
+  kInterrupted = 130,  ///< SIGINT has ended a copy, an export or an import
   kTerminated = 143,   ///< SIGTERM has ended a copy
 };
 

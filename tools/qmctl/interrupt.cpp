@@ -30,8 +30,12 @@ Interrupt::~Interrupt() {
   std::signal(SIGTERM, m_beforeTerminate);
 }
 
+bool Interrupt::isAsked() const noexcept {
+  return s_iAsked != 0;
+}
+
 void Interrupt::check() const {
-  if (s_iAsked != 0) {
+  if (isAsked()) {
     throw Failure(kInterrupted, "interrupted");
   }
 }

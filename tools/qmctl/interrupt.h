@@ -11,7 +11,10 @@ class Interrupt {
   Interrupt(const Interrupt&) = delete;
   Interrupt& operator=(const Interrupt&) = delete;
 
-  /// Throws `Failure` (interrupted) if it was asked for.
+  /// Whether it was asked for.
+  bool isAsked() const noexcept;
+
+  /// Throws `Failure` (interrupted) if it was.
   void check() const;
 
  private:
