@@ -2,6 +2,7 @@
 #include <ostream>
 #include <string>
 
+#include "coreapi/platform/interrupts.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmxml/qmxml.h"
 #include "qmmanager/archive.h"
@@ -10,7 +11,6 @@
 #include "tools/qmctl/dates.h"
 #include "tools/qmctl/failure.h"
 #include "tools/qmctl/framereader.h"
-#include "tools/qmctl/interrupt.h"
 #include "tools/qmctl/output.h"
 #include "tools/qmctl/progress.h"
 
@@ -48,25 +48,25 @@ class Import {
   Import(Context& context, const Arguments& given) : m_context(context), m_given(given) {}
 
   void run() {
-    onFile(m_given.sFile, [this] { record(); });
+    record();
     report();
   }
 
  private:
   void record() {
-    const Interrupt interrupt;
+    const qm_platform::InterruptCatcher interrupts;
     try {
       Progress progress(m_context);
       const qm_manager::MediaProgress show = [&](std::uint64_t uDone, std::uint64_t uAll) {
         progress.showPart(uDone, uAll);
-        return !interrupt.isAsked();
+        return interrupts.getCaught() == 0;
       };
       open(qm_manager::surveyMedia(m_given.sFile, show));
       m_pRecorder->run(show);
     } catch (JError* pError) {
       const qm_err::CaughtError error(pError);
-      if (interrupt.isAsked()) {
-        throw Failure(kInterrupted, "interrupted; " + standing());
+      if (const int iSignal = interrupts.getCaught()) {
+        failInterrupted(iSignal, standing());
       }
       throw Failure(kFailed, m_given.sFile + ": " + error->getMessage() +
                                  (m_pRecorder ? "\n" + standing() : std::string()));

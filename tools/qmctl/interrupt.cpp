@@ -30,12 +30,8 @@ Interrupt::~Interrupt() {
   std::signal(SIGTERM, m_beforeTerminate);
 }
 
-bool Interrupt::isAsked() const noexcept {
-  return s_iAsked != 0;
-}
-
 void Interrupt::check() const {
-  if (isAsked()) {
+  if (s_iAsked != 0) {
     throw Failure(kInterrupted, "interrupted");
   }
 }

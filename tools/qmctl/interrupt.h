@@ -11,10 +11,7 @@ class Interrupt {
   Interrupt(const Interrupt&) = delete;
   Interrupt& operator=(const Interrupt&) = delete;
 
-  /// Whether it was asked for.
-  bool isAsked() const noexcept;
-
-  /// Throws `Failure` (interrupted) if it was.
+  /// Throws `Failure` (interrupted) if it was asked for.
   void check() const;
 
  private:
