@@ -6,6 +6,7 @@
 #include "coreapi/qmutils/params/jparams.h"
 #include "qmactivexctrl/qmstorageaccesscontroller/ServerGeneration.h"
 #include "qmmanager/archive.h"
+#include "qmmanager/commandhandlers.h"
 #include "qmmanager/queryhandlers.h"
 #include "qmmanager/request.h"
 #include "qmmanager/statushandlers.h"
@@ -38,6 +39,7 @@ Manager::Manager(Archive& archive, const Settings& settings)
   setVersion(settings.version);
   addStatusHandlers(m_handlers, archive, settings.version);
   addQueryHandlers(m_handlers, archive);
+  addCommandHandlers(m_handlers, archive);
 }
 
 Manager::~Manager() {
