@@ -174,6 +174,14 @@ void Recorder::noteHidden() {
   }
 }
 
+std::string Recorder::getSummary() const {
+  if (m_slices.empty()) {
+    return "nothing was recorded";
+  }
+  return "recorded are " + std::to_string(m_slices.size()) + " slices, from " +
+         textOf({m_slices.front().getSpan().startDate, m_slices.back().getSpan().endDate});
+}
+
 void Recorder::run(const MediaProgress& progress) {
   FrameWalk walk(m_survey.sFile, [this](const std::string& sText) { m_survey.notes.push_back(sText); });
   try {

@@ -42,8 +42,8 @@ class Recorder {
   const TimeSpan& getSpan() const noexcept { return m_span; }
 
   /// Records all of the file. When it returns, everything is on the disk. Throws as `FrameWalk::next`,
-  /// JTextError "interrupted" when the progress ends it, and what writing throws; `getSlices` then tells what
-  /// stands.
+  /// JTextError "interrupted" when the progress ends it, and what writing throws; what `getSlices` tells
+  /// stands then.
   void run(const MediaProgress& progress);
 
   /// The slices that are recorded, in order.
@@ -51,6 +51,9 @@ class Recorder {
 
   /// Frames in them, without those that authenticate others.
   std::uint64_t getFrames() const noexcept { return m_uFrames; }
+
+  /// The slices that are recorded, in words.
+  std::string getSummary() const;
 
   /// What isn't taken, in words.
   const std::vector<std::string>& getNotes() const noexcept { return m_survey.notes; }

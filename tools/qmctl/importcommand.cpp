@@ -103,15 +103,7 @@ class Import {
   }
 
   /// What the archive has of the file when the work has ended early.
-  std::string standing() const {
-    if (!m_pRecorder || m_pRecorder->getSlices().empty()) {
-      return "nothing was recorded";
-    }
-    const auto& slices = m_pRecorder->getSlices();
-    return "recorded are " + std::to_string(slices.size()) + " slices, from " +
-           slices.front().getSpan().startDate.toUSFormat() + " to " +
-           slices.back().getSpan().endDate.toUSFormat();
-  }
+  std::string standing() const { return m_pRecorder ? m_pRecorder->getSummary() : "nothing was recorded"; }
 
   void report() const {
     for (const std::string& sNote : m_pRecorder->getNotes()) {
