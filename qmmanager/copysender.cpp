@@ -45,7 +45,8 @@ void CopySender::sendDescription(const qm_ci::StreamInfo& info) {
   qm_ci::hton(header.getQMCIBitstreamPtr());
   qm_ci::InfoBlock record(info.getBytes().begin(), info.getBytes().end());
   qm_ci::swapStreamInfo(record);
-  const JIoBuf buffers[] = {bufferOf(m_header.data(), m_header.size()), bufferOf(record.data(), record.size())};
+  const JIoBuf buffers[] = {bufferOf(m_header.data(), m_header.size()),
+                            bufferOf(record.data(), record.size())};
   m_pOutput->writev(buffers, std::size(buffers));
 }
 
@@ -60,7 +61,8 @@ void CopySender::sendFrame(const qm_ci::ConstBitstream& frame) {
   if (m_bNative) {
     qm_ci::hton(header.getQMCIBitstreamPtr());
   }
-  const JIoBuf buffers[] = {bufferOf(m_header.data(), m_header.size()), bufferOf(packet.pBuf, packet.nLength)};
+  const JIoBuf buffers[] = {bufferOf(m_header.data(), m_header.size()),
+                            bufferOf(packet.pBuf, packet.nLength)};
   m_pOutput->writev(buffers, std::size(buffers));
 }
 
