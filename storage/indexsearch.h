@@ -46,9 +46,8 @@ class IndexView {
   /// The last entry at or before a time, of entries whose times don't descend. The time isn't before that of
   /// the first entry. Times that do descend, as those of a damaged file, give some entry.
   ///
-  /// Interpolates between the two ends of what is left, which finds evenly spaced times at once, and halves
-  /// the rest whenever that was no good, so that no spacing takes more than twice as many steps as there are
-  /// bits in the count.
+  /// Interpolates where times are evenly spaced, which finds them at once, and halves where they aren't, so
+  /// that no spacing takes more than twice as many steps as there are bits in the count.
   std::uint32_t lastAtOrBefore(std::uint64_t ullTime) const noexcept;
 
  private:

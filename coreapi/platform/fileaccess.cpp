@@ -231,6 +231,10 @@ int seekFile(int descriptor, std::int64_t offset, int whence, std::uint64_t& pos
   return error;
 }
 
+void readFileAhead(int descriptor, std::uint64_t position, std::uint64_t size) noexcept {
+  ::posix_fadvise(descriptor, static_cast<off_t>(position), static_cast<off_t>(size), POSIX_FADV_WILLNEED);
+}
+
 int truncateFile(int descriptor, std::uint64_t position) noexcept {
   if (!std::in_range<off_t>(position)) {
     return EFBIG;

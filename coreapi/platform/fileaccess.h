@@ -70,6 +70,10 @@ int writeGathered(int descriptor, std::span<const FileBuffer> buffers, std::size
 /// Moves the position; `whence` as the system counts it: 0 start, 1 current, 2 end.
 int seekFile(int descriptor, std::int64_t offset, int whence, std::uint64_t& position) noexcept;
 
+/// Lets the system read a part of a file into its cache, without waiting for it. It may take less, and
+/// nothing is told.
+void readFileAhead(int descriptor, std::uint64_t position, std::uint64_t size) noexcept;
+
 /// Lets a file end at a position.
 int truncateFile(int descriptor, std::uint64_t position) noexcept;
 

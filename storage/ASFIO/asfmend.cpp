@@ -62,12 +62,34 @@ struct LastFrame {
   bool bCounted = false;
 };
 
-LastFrame walk(ASFInput& input, FileProgress* pProgress) {
+/// Keeps the system reading ahead of a walk. It reads the heads of the frames alone, and each would be waited
+/// for: what lies between them is passed sooner when it is read in order.
+class ReadAhead {
+ public:
+  explicit ReadAhead(JFileSocket& file) noexcept : m_file(file) {}
+
+  void passed(std::uint64_t uPosition) noexcept {
+    for (m_uAsked = std::max(m_uAsked, uPosition); m_uAsked < uPosition + kWindow; m_uAsked += kStep) {
+      m_file.readAhead(m_uAsked, kStep);
+    }
+  }
+
+ private:
+  static constexpr std::uint64_t kWindow = 32U << 20;
+  static constexpr std::uint64_t kStep = 2U << 20;  ///< the system takes requests of about this size
+
+  JFileSocket& m_file;
+  std::uint64_t m_uAsked = 0;  ///< up to here
+};
+
+LastFrame walk(ASFInput& input, JFileSocket& file, FileProgress* pProgress) {
   ProgressText progress(pProgress);
+  ReadAhead readAhead(file);
   LastFrame last;
   std::uint32_t uStream = 0;
   while (input.getNextFrame(&uStream, nullptr, nullptr, true) == FileInput::kFrame) {
     last = {input.getFramePosition(), uStream, !input.isAuthentication()};
+    readAhead.passed(last.uPosition);
     progress.countFrame();
   }
   return last;
@@ -132,7 +154,7 @@ void ASFFileInfoIn::rebuildIndex(bool bWriteBack, FileProgress* pProgress, JTime
   }
   input.setLoop(false);
   input.setTimesFromPeriods(bDated);
-  const LastFrame last = walk(input, pProgress);
+  const LastFrame last = walk(input, *pFile, pProgress);
 
   const JAutoLock lock(m_mutex);
   if (last.bCounted) {

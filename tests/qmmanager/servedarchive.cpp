@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include "coreapi/qmutils/params/jparams.h"
-#include "coreapi/qmutils/rpc/jlineio.h"
 #include "coreapi/qmutils/socket/jtcpsocket.h"
 #include "coreapi/qmutils/time/ntpdate.h"
 #include "qmmanager/archivenames.h"
@@ -29,29 +28,25 @@ std::string frameOf(const JParams& row, const char* szKey) {
   return std::to_string(uSince / kPeriod) + (uSince % kPeriod == 0 ? "" : "+");
 }
 
-/// One line out, one line in.
-class LineClient : public JLineIO {
- public:
-  explicit LineClient(std::uint16_t uPort) : JLineIO(std::size_t{64} << 20) {
-    auto pSocket = std::make_unique<JTCPSocket>();
-    pSocket->connect(JInetAddr("127.0.0.1", uPort));
-    pSocket->setReadTimeout(60'000);
-    setSocket(pSocket.release(), true);
-  }
-
-  std::string ask(const std::string& sLine) {
-    beginLine() = sLine;
-    writeBuiltLine();
-    return std::string(readLine().value_or("closed"));
-  }
-};
-
 }  // namespace
 
 std::string frameDate(std::uint64_t i) {
   std::string sDate;
   qm_utils::formatNtpDate(timeOfFrame(i), sDate);
   return sDate;
+}
+
+LineClient::LineClient(std::uint16_t uPort) : JLineIO(std::size_t{64} << 20) {
+  auto pSocket = std::make_unique<JTCPSocket>();
+  pSocket->connect(JInetAddr("127.0.0.1", uPort));
+  pSocket->setReadTimeout(60'000);
+  setSocket(pSocket.release(), true);
+}
+
+std::string LineClient::ask(const std::string& sRequest) {
+  beginLine() = sRequest;
+  writeBuiltLine();
+  return std::string(readLine().value_or("closed"));
 }
 
 ServedArchive::ServedArchive() {

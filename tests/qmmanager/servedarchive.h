@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "coreapi/qmci/streaminfo.h"
+#include "coreapi/qmutils/rpc/jlineio.h"
 #include "qmactivexctrl/qmstorageaccesscontroller/StorageAccessController.h"
 #include "qmmanager/archive.h"
 #include "qmmanager/manager.h"
@@ -15,6 +16,16 @@ namespace qm_test {
 
 /// The date of frame `i` of a recording, as hosts write it; frames of 40 ms from 03/03/2011 08:00:00 on.
 std::string frameDate(std::uint64_t i);
+
+/// A client that writes request lines and reads answer lines, and knows no more of the protocol. Throws what
+/// the connection throws; an answer must come within a minute.
+class LineClient : public JLineIO {
+ public:
+  explicit LineClient(std::uint16_t uPort);
+
+  /// The answer, or "closed" when the other side has ended the connection.
+  std::string ask(const std::string& sRequest);
+};
 
 /// An archive in a directory of its own, and when `serve` was called a Manager for it with a client. Holds
 /// the process's cache of descriptions.

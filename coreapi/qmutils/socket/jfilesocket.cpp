@@ -272,6 +272,10 @@ void JFileSocket::getInfo(std::uint32_t* pType, std::uint64_t* pSize, JTime* pCr
   qm_utils::giveFileInfo(status, pType, pSize, pCreation, pLastWrite, pLastAccess);
 }
 
+void JFileSocket::readAhead(std::uint64_t uPosition, std::uint64_t uLength) noexcept {
+  qm_platform::readFileAhead(m_iFile, uPosition, uLength);
+}
+
 void JFileSocket::flush() {
   qm_utils::checkFile(qm_platform::syncDescriptor(m_iFile), "FlushFileBuffers");
 }

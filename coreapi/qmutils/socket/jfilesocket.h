@@ -96,6 +96,10 @@ class JFileSocket : public JSocket {
   /// Returns when all that was written is on the disk. Throws "FlushFileBuffers".
   void flush();
 
+  /// Lets the system read a part of the file into its cache meanwhile: for who goes through a file in order
+  /// but reads little of it. No failure is told.
+  void readAhead(std::uint64_t uPosition, std::uint64_t uLength) noexcept;
+
   /// Maps a part of the file into memory, shared with the file, and returns its first byte; `munmap` ends it,
   /// and it may outlive the socket. The part must lie inside the file as it is now, and the file mustn't
   /// shrink while the view is in use. Throws "CreateFileMapping" (the file can't be mapped, isn't open for it
