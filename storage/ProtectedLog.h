@@ -65,6 +65,9 @@ class ProtectedLog : public JRPCObject {
   /// Whether the line of a record has room for all of its details.
   static bool hasRoomFor(const ProtectedLogRecord& record);
 
+  /// Whether the records are all that the file holds. If not, more may be protected than they say.
+  bool isWhole() const noexcept { return m_file.isReplaceable() && m_records.isWhole(); }
+
   /// With `bSave`, details that the file can't hold throw JTextError, and nothing changes.
   void addRecord(std::unique_ptr<ProtectedLogRecord> pRecord, bool bSave);
   void removeRecord(Records::Position position, bool bSave);

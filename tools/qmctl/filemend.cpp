@@ -6,6 +6,7 @@
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "coreapi/qmutils/time/ntpdate.h"
 #include "coreapi/qmxml/qmxml.h"
+#include "storage/ASFIO/ASFFileInfo.h"
 #include "storage/FileInfo.h"
 #include "tools/qmctl/dates.h"
 #include "tools/qmctl/failure.h"
@@ -33,7 +34,7 @@ FileInfo::Ptr describe(const std::string& sFile) {
     pFileInfo = FileInfo::create(socket, sFile, false);
   });
   if (!pFileInfo) {
-    throw Failure(kFailed, sFile + ": not a media file of a kind known (ASF, AVI, WAVE, MP3)");
+    refuseKind(sFile);
   }
   return pFileInfo;
 }
@@ -95,6 +96,10 @@ void rebuild(Context& context, const std::string& sFile) {
   }
   if (formatOf(*pFileInfo) != std::string("asf")) {
     refuseRebuild(*pFileInfo);
+  }
+  if (dynamic_cast<const ASFFileInfo&>(*pFileInfo).getKind() == 0) {
+    throw Failure(kFailed,
+                  sFile + ": is of the earliest kind, which can't get an index; its frames can be read");
   }
   {
     RebuildProgress progress(context);

@@ -1,12 +1,15 @@
 #include "tools/qmctl/framereader.h"
 
 #include <algorithm>
+#include <array>
 #include <ostream>
+#include <string_view>
 #include <utility>
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "storage/ASFIO/ASFFileInfoIn.h"
+#include "storage/WAVEIO/WAVEFileInfo.h"
 #include "storage/filekinds.h"
 #include "tools/qmctl/failure.h"
 #include "tools/qmctl/text.h"
@@ -28,6 +31,14 @@ void onFile(const std::string& sFile, const std::function<void()>& step) {
     const qm_err::CaughtError error(pError);
     throw Failure(kFailed, sFile + ": " + error->getMessage());
   }
+}
+
+void refuseKind(const std::string& sFile) {
+  std::array<char, 3> start{};
+  onFile(sFile, [&] { JFileSocket(sFile, JFileSocket::kRead, true).read(start.data(), start.size()); });
+  throw Failure(kFailed, sFile + (std::string_view(start.data(), start.size()) == "ID3"
+                                      ? ": begins with an ID3 tag of version 2, which isn't read; take it off"
+                                      : ": not a media file of a kind known (ASF, AVI, WAVE, MP3)"));
 }
 
 const char* formatOf(const FileInfo& fileInfo) noexcept {
@@ -53,12 +64,14 @@ bool isFinished(const FileInfo& fileInfo) {
 FrameReader::FrameReader(std::string sFile, std::ostream& error) : m_sFile(std::move(sFile)), m_error(error) {
   onFile(m_sFile, [this] {
     auto pSocket = std::make_unique<JFileSocket>(m_sFile, JFileSocket::kRead, true);
+    m_pFile = pSocket.get();
     m_pInput = FileInput::create(std::move(pSocket), false, m_sFile);
   });
   if (!m_pInput) {
-    throw Failure(kFailed, m_sFile + ": not a media file of a kind known (ASF, AVI, WAVE, MP3)");
+    refuseKind(m_sFile);
   }
   m_bFinished = isFinished(getFileInfo());
+  m_seen.resize(getFileInfo().getStreamCount());
 }
 
 bool FrameReader::next() {
@@ -69,13 +82,37 @@ bool FrameReader::next() {
     return false;
   }
   m_payload = {m_frame.getPacketData(0), m_frame.getPacketLength(0)};
-  if (m_bFinished && isOf(getFileInfo(), file_kinds::kWaveMagic)) {
+  if (isOf(getFileInfo(), file_kinds::kWaveMagic)) {
     // The last frame of a wave file is filled up; what the file hasn't isn't given out as its sound.
-    const std::uint64_t uLeft = getFileInfo().getDataSize() - std::min(getFileInfo().getDataSize(), m_uBytes);
+    const std::uint64_t uSound = getSoundSize();
+    const std::uint64_t uLeft = uSound - std::min(uSound, m_uBytes);
     m_payload = m_payload.first(static_cast<std::size_t>(std::min<std::uint64_t>(m_payload.size(), uLeft)));
   }
   m_uBytes += m_payload.size();
+  count();
   return true;
+}
+
+/// Bytes of sound in a file of nothing else. A wave file that was never finished doesn't tell them.
+std::uint64_t FrameReader::getSoundSize() const {
+  const auto* const pWave = dynamic_cast<const WAVEFileInfo*>(&getFileInfo());
+  if (pWave == nullptr || m_bFinished) {
+    return getFileInfo().getDataSize();
+  }
+  std::uint64_t uFile = 0;
+  onFile(m_sFile, [&] { m_pFile->getInfo(nullptr, &uFile); });
+  return uFile - std::min<std::uint64_t>(uFile, pWave->getDataStart());
+}
+
+void FrameReader::count() {
+  if (m_pInput->isAuthentication()) {
+    return;
+  }
+  Seen& seen = m_seen.at(m_uStream - 1);
+  seen.ullLast = m_frame.getTimestamp();
+  if (seen.uFrames++ == 0) {
+    seen.ullFirst = seen.ullLast;
+  }
 }
 
 /// A reader passes over what it can't take and ends at damage; that mustn't go by unnoticed.
@@ -90,8 +127,8 @@ void FrameReader::end(int iResult) {
   }
   const FileInfo& fileInfo = getFileInfo();
   if (!isOf(fileInfo, file_kinds::kAsfMagic) && !isOf(fileInfo, file_kinds::kRiffMagic)) {
-    if (fileInfo.getDataSize() > m_uBytes) {
-      tell("the last " + std::to_string(fileInfo.getDataSize() - m_uBytes) + " bytes aren't whole frames");
+    if (const std::uint64_t uSound = getSoundSize(); uSound > m_uBytes) {
+      tell("the last " + std::to_string(uSound - m_uBytes) + " bytes aren't whole frames");
     }
     return;
   }

@@ -20,6 +20,9 @@ void onFile(const std::string& sFile, const std::function<void()>& step);
 /// "asf", "avi", "wave" or "mp3".
 const char* formatOf(const FileInfo& fileInfo) noexcept;
 
+/// Throws the `Failure` of a file that isn't of a kind known.
+[[noreturn]] void refuseKind(const std::string& sFile);
+
 /// Whether a file's writer came to its end: it has its final header, and its index if its kind has one.
 bool isFinished(const FileInfo& fileInfo);
 
@@ -44,17 +47,29 @@ class FrameReader {
   const qm_ci::Bitstream& getFrame() const noexcept { return m_frame; }
   std::span<const std::uint8_t> getPayload() const noexcept { return m_payload; }
 
+  /// What was seen of a stream so far, frames that authenticate others left out.
+  struct Seen {
+    std::uint32_t uFrames = 0;
+    std::uint64_t ullFirst = 0;  ///< times, of the first frame and of the last one
+    std::uint64_t ullLast = 0;
+  };
+  const Seen& getSeen(std::uint32_t uStream) const { return m_seen.at(uStream - 1); }
+
   /// Bytes of payload that have been read.
   std::uint64_t getBytesRead() const noexcept { return m_uBytes; }
 
  private:
+  std::uint64_t getSoundSize() const;
+  void count();
   void end(int iResult);
   void tell(const std::string& sText);
 
   QMXmlUse m_xml;
   std::string m_sFile;
   std::ostream& m_error;
+  JFileSocket* m_pFile = nullptr;  ///< belongs to the reader
   std::unique_ptr<FileInput> m_pInput;
+  std::vector<Seen> m_seen;  ///< of stream n at n - 1
   bool m_bFinished;
   qm_ci::Bitstream m_frame;
   std::uint32_t m_uStream = 0;
