@@ -302,6 +302,32 @@ TimeSpanList ArchiveUnit::getHiddenSpans() const {
   return spans;
 }
 
+// Changes of the logs.
+
+template <class Change, class ReadAgain>
+void ArchiveUnit::changeLog(Change change, ReadAgain readAgain) {
+  const JAutoLock lock(m_mutex);
+  try {
+    change();
+  } catch (...) {
+    readAgain();
+    throw;
+  }
+}
+
+void ArchiveUnit::changeAlarmLog(const std::function<void(AlarmLog& log)>& change) {
+  changeLog([&] { change(m_alarmLog); }, [this] { m_alarmLog.init(pathOf(kAlarmLogName)); });
+}
+
+void ArchiveUnit::changeProtectedLog(const std::function<void(ProtectedLog& log)>& change) {
+  changeLog([&] { change(m_protectedLog); },
+            [this] { m_protectedLog.init(pathOf(kProtectedLogName), JTime()); });
+}
+
+void ArchiveUnit::changeMetaDataLog(const std::function<void(MetaDataLog& log)>& change) {
+  changeLog([&] { change(m_metaDataLog); }, [this] { m_metaDataLog.init(pathOf(kMetaDataLogName)); });
+}
+
 // Hiding and erasing.
 
 /// Stores the hidden spans; what couldn't be stored doesn't hold in memory either.

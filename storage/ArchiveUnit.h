@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -164,6 +165,14 @@ class ArchiveUnit : public FileFactory {
   ProtectedLog& getProtectedLog() noexcept { return m_protectedLog; }
   MetaDataLog& getMetaDataLog() noexcept { return m_metaDataLog; }
 
+  // Changes of a log that stores itself, under the mutex: they are on disk when these return. When the change
+  // throws, or the disk refuses it, the log is read again from its file, so that memory holds what stands
+  // there, and the error is thrown on.
+
+  void changeAlarmLog(const std::function<void(AlarmLog& log)>& change);
+  void changeProtectedLog(const std::function<void(ProtectedLog& log)>& change);
+  void changeMetaDataLog(const std::function<void(MetaDataLog& log)>& change);
+
   /// A listener stays the caller's, who removes it before it or the unit goes.
   void addListener(ArchiveUnitListener* pListener);
   void removeListener(ArchiveUnitListener* pListener);
@@ -185,6 +194,9 @@ class ArchiveUnit : public FileFactory {
  private:
   struct Listing;
 
+  static constexpr const char* kAlarmLogName = "alarm.log";
+  static constexpr const char* kProtectedLogName = "protection.log";
+  static constexpr const char* kMetaDataLogName = "metadata.log";
   static constexpr const char* kHiddenLogName = "hidden-metadata.log";
 
   Listing list(ArchiveUnitProgress* pProgress) const;
@@ -192,6 +204,8 @@ class ArchiveUnit : public FileFactory {
   void recover(const std::string& sFileName);
   void dispose(const std::string& sFileName) const;
   void openLogs(const Listing& listing);
+  template <class Change, class ReadAgain>
+  void changeLog(Change change, ReadAgain readAgain);
   std::string pathOf(const std::string& sFileName) const { return m_sDirectory + "/" + sFileName; }
   std::optional<TimeSpan> currentSpan() const;
   std::unique_ptr<FileInput> tryOpen(const TimeSpan& span, JTime* pStart, JTime* pEnd, int iMode);

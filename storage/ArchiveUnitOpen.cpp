@@ -166,9 +166,9 @@ void ArchiveUnit::openLogs(const Listing& listing) {
     }
   };
   const auto leftovers = listing.bLeftOfLogs ? LogFile::Leftovers::kRemove : LogFile::Leftovers::kNone;
-  check(m_alarmLog.init(pathOf("alarm.log"), leftovers), "alarm");
-  check(m_protectedLog.init(pathOf("protection.log"), JTime(), JTime(), leftovers), "protection");
-  check(m_metaDataLog.init(pathOf("metadata.log"), leftovers), "metadata");
+  check(m_alarmLog.init(pathOf(kAlarmLogName), leftovers), "alarm");
+  check(m_protectedLog.init(pathOf(kProtectedLogName), JTime(), JTime(), leftovers), "protection");
+  check(m_metaDataLog.init(pathOf(kMetaDataLogName), leftovers), "metadata");
   if (listing.bHiddenLog) {
     m_bHiddenLog = m_hiddenLog.init(pathOf(kHiddenLogName), leftovers);
     check(m_bHiddenLog, "hidden metadata");

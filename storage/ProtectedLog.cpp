@@ -165,6 +165,12 @@ void ProtectedLog::save() {
   m_file.replace(sContent);
 }
 
+bool ProtectedLog::hasRoomFor(const ProtectedLogRecord& record) {
+  std::string sLine;
+  appendLine(sLine, record);
+  return sLine.ends_with('\t' + record.details + '\n');
+}
+
 void ProtectedLog::addRecord(std::unique_ptr<ProtectedLogRecord> pRecord, bool bSave) {
   JASSERT(pRecord != nullptr);
   if (pRecord == nullptr) {

@@ -62,6 +62,9 @@ class ProtectedLog : public JRPCObject {
   bool init(const std::string& sFileName, JTime protectionPeriod, JTime prepostProtectionPeriod = JTime(),
             LogFile::Leftovers leftovers = LogFile::Leftovers::kRemove);
 
+  /// Whether the line of a record has room for all of its details.
+  static bool hasRoomFor(const ProtectedLogRecord& record);
+
   /// With `bSave`, details that the file can't hold throw JTextError, and nothing changes.
   void addRecord(std::unique_ptr<ProtectedLogRecord> pRecord, bool bSave);
   void removeRecord(Records::Position position, bool bSave);

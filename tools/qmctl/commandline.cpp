@@ -3,12 +3,13 @@
 #include <exception>
 #include <ostream>
 #include <sstream>
+#include <stdexcept>
 #include <vector>
 
 #include "coreapi/qmutils/error/jerror.h"
+#include "tools/programlog.h"
 #include "tools/qmctl/dates.h"
 #include "tools/qmctl/failure.h"
-#include "tools/qmctl/logsetup.h"
 #include "tools/qmctl/text.h"
 
 namespace {
@@ -44,13 +45,21 @@ void addGlobalOptions(CLI::App& app, qmctl::Settings& settings, std::string& sLo
       ->check(CLI::Range(-1, INT32_MAX))
       ->capture_default_str();
   app.add_flag("--json", settings.bJson, "One JSON object a line in the place of tables");
-  app.add_option("--log-level", sLogLevel, "Log from this level up: " + qmctl::logLevelNames());
+  app.add_option("--log-level", sLogLevel, "Log from this level up: " + qm_programlog::levelNames());
   app.add_option("--log", sLogFile, "Log into this file; without it to standard error");
+}
+
+void setUpLog(const std::string& sLevel, const std::string& sFile) {
+  try {
+    qm_programlog::setUp("qmctl", sLevel, sFile);
+  } catch (const std::invalid_argument& error) {
+    throw qmctl::Failure(qmctl::kWrongUsage, error.what());
+  }
 }
 
 int attempt(qmctl::Context& context, const std::string& sLogLevel, const std::string& sLogFile) {
   try {
-    qmctl::setUpLog(sLogLevel, sLogFile);
+    setUpLog(sLogLevel, sLogFile);
     context.todo();
     if (!context.out.flush()) {
       throw qmctl::Failure(qmctl::kFailed, "can't write to standard output");
@@ -129,7 +138,7 @@ int runCommandLine(int argc, const char* const* argv, Context& context) {
     return app.exit(error, context.out, context.error) == 0 ? kDone : kWrongUsage;
   }
   const int iStatus = attempt(context, sLogLevel, sLogFile);
-  endLog();
+  qm_programlog::end();
   return iStatus;
 }
 

@@ -1,13 +1,13 @@
-#include "tools/qmctl/logsetup.h"
+#include "tools/programlog.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <memory>
+#include <stdexcept>
 
 #include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/log/JLogFileOutput.h"
-#include "tools/qmctl/failure.h"
 
 namespace {
 
@@ -30,8 +30,8 @@ std::string levelName(std::uint32_t uLevel) {
 /// tracing.
 class LevelOutput final : public JLogFileOutput {
  public:
-  LevelOutput(const std::string& sFile, std::uint32_t uLevel)
-      : JLogFileOutput("qmctl", sFile, (2U << kLastLevel) - (1U << uLevel)),
+  LevelOutput(const std::string& sProgram, const std::string& sFile, std::uint32_t uLevel)
+      : JLogFileOutput(sProgram, sFile, (2U << kLastLevel) - (1U << uLevel)),
         m_bTraces(uLevel <= qm_err::kLogTraceStepByStep) {}
 
   void write(const JLog::Msg& record) override {
@@ -50,31 +50,30 @@ std::uint32_t levelOf(const std::string& sLevel) {
       return uLevel;
     }
   }
-  throw qmctl::Failure(qmctl::kWrongUsage,
-                       "no log level '" + sLevel + "'; there are " + qmctl::logLevelNames());
+  throw std::invalid_argument("no log level '" + sLevel + "'; there are " + qm_programlog::levelNames());
 }
 
 }  // namespace
 
-namespace qmctl {
+namespace qm_programlog {
 
-void setUpLog(const std::string& sLevel, const std::string& sFile) {
+void setUp(const std::string& sProgram, const std::string& sLevel, const std::string& sFile) {
   JLog::init(0);
   if (sLevel.empty() && sFile.empty()) {
     return;
   }
   const std::uint32_t uLevel = levelOf(sLevel.empty() ? "info" : sLevel);
   if (!sFile.empty() && !std::ofstream(sFile, std::ios::app).is_open()) {
-    throw Failure(kWrongUsage, "can't write the log file '" + sFile + "'");
+    throw std::invalid_argument("can't write the log file '" + sFile + "'");
   }
-  JLog::addLogOutput(std::make_unique<LevelOutput>(sFile, uLevel));
+  JLog::addLogOutput(std::make_unique<LevelOutput>(sProgram, sFile, uLevel));
 }
 
-void endLog() {
+void end() {
   JLog::shutdown(kFlushTime);
 }
 
-std::string logLevelNames() {
+std::string levelNames() {
   std::string sNames;
   for (std::uint32_t uLevel = kFirstLevel; uLevel <= kLastLevel; ++uLevel) {
     sNames += (uLevel == kFirstLevel ? "" : ", ") + levelName(uLevel);
@@ -82,4 +81,4 @@ std::string logLevelNames() {
   return sNames;
 }
 
-}  // namespace qmctl
+}  // namespace qm_programlog
