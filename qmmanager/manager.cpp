@@ -5,6 +5,7 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/params/jparams.h"
 #include "qmactivexctrl/qmstorageaccesscontroller/ServerGeneration.h"
+#include "qmmanager/addfile.h"
 #include "qmmanager/archive.h"
 #include "qmmanager/commandhandlers.h"
 #include "qmmanager/queryhandlers.h"
@@ -40,6 +41,7 @@ Manager::Manager(Archive& archive, const Settings& settings)
   addStatusHandlers(m_handlers, archive, settings.version);
   addQueryHandlers(m_handlers, archive);
   addCommandHandlers(m_handlers, archive);
+  addAddFileHandlers(m_handlers, archive, settings.sImportDirectory, [this] { return isShut(); });
 }
 
 Manager::~Manager() {

@@ -93,11 +93,6 @@ void copyLocal(Context& context, const Arguments& given) {
   tellDone(context, "copy-local");
 }
 
-[[noreturn]] void failInterrupted(int iSignal, const std::string& sText) {
-  constexpr int kFirst = 128;  // as shells tell it
-  throw Failure(static_cast<ExitStatus>(kFirst + iSignal), "interrupted; " + sText);
-}
-
 /// The bytes of a file; 0 when there is none.
 std::uint64_t sizeOf(const std::string& sFile) {
   std::error_code error;

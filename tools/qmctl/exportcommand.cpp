@@ -106,7 +106,8 @@ class Export {
     if (!pCoding) {
       throw Failure(kFailed, sStream + ", which no common player knows; it can't be exported");
     }
-    if (pCoding->codec_id == AV_CODEC_ID_RAWVIDEO && formatOf(m_reader.getFileInfo()) == std::string("asf")) {
+    if (pCoding->codec_id == AV_CODEC_ID_RAWVIDEO &&
+        FrameWalk::formatOf(m_reader.getFileInfo()) == std::string("asf")) {
       throw Failure(kFailed, sStream +
                                  ", and an ASF file doesn't tell whether the top line of such pictures "
                                  "comes first or last; it can't be exported");

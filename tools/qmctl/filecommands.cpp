@@ -145,11 +145,11 @@ void printFacts(Context& context, const std::string& sFile, const FileInfo& file
 void printInfo(Context& context, const std::string& sFile) {
   FrameReader reader(sFile, context.error);
   FileInfo& fileInfo = reader.getFileInfo();
-  const bool bFinished = isFinished(fileInfo);
+  const bool bFinished = FrameWalk::isFinished(fileInfo);
   while (!bFinished && reader.next()) {
     // Only a walk tells what such a file holds.
   }
-  Json facts{{"format", formatOf(fileInfo)},
+  Json facts{{"format", FrameWalk::formatOf(fileInfo)},
              {"finished", bFinished},
              {"dataSize", fileInfo.getDataSize()},
              {"parameters", toJson(fileInfo.getParams())},
