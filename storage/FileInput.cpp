@@ -129,9 +129,10 @@ int FileInput::readNextFrame(std::uint32_t& uStream, qm_ci::Bitstream& frame, bo
     frame.setMaxSize(0, qm_ci::QMCI_FMT_PACKET, 1);
   }
   const int iResult = getNextFrame(&uStream, &uSize, &frame, bKeepAuthentication);
-  if (iResult < 0) {
-    return iResult;
-  }
+  return iResult < 0 || readPayload(uSize, frame) ? iResult : static_cast<int>(kFailed);
+}
+
+bool FileInput::readPayload(std::uint32_t uSize, qm_ci::Bitstream& frame) {
   const std::uint64_t uNeeded = qm_ci::bitstream_layout::packetData(1) + uSize;
   if (uNeeded > frame.getAllocatedSize()) {
     // The header moves to a record that is large enough.
@@ -143,15 +144,13 @@ int FileInput::readNextFrame(std::uint32_t& uStream, qm_ci::Bitstream& frame, bo
   }
   frame.setFormat(qm_ci::QMCI_FMT_PACKET, 1);
   if (uSize == 0) {
-    frame.setPacketData(nullptr, 0, 0);
-    return iResult;
+    return frame.setPacketData(nullptr, 0, 0);
   }
   const qm_ci::PacketSpace space = frame.allocNextPacket();
   if (uSize > space.nLength || read(space.pBuf, uSize) != uSize) {
-    return kFailed;
+    return false;
   }
-  frame.setPacketLength(uSize, -1);
-  return iResult;
+  return frame.setPacketLength(uSize, -1);
 }
 
 std::int64_t FileInput::getLastNumber(std::uint32_t uStream) const {

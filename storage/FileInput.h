@@ -75,6 +75,10 @@ class FileInput {
   /// kFailed as well when the payload isn't whole.
   int readNextFrame(std::uint32_t& uStream, qm_ci::Bitstream& frame, bool bKeepAuthentication);
 
+  /// The payload of the frame that the reader stands at, all of its `uSize` bytes: `frame`, whose header was
+  /// filled, becomes a packet record of one packet, and grows as needed. False when it isn't whole.
+  bool readPayload(std::uint32_t uSize, qm_ci::Bitstream& frame);
+
   FileInfo& getFileInfo() noexcept { return *m_pFileInfo; }
 
   /// Number of the frame of a stream that was read last; -1 before the first.
