@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "coreapi/platform/brokenpipe.h"
 #include "coreapi/platform/interrupts.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmxml/qmxml.h"
@@ -31,7 +32,9 @@ constexpr const char* kFooter =
     "Exit status: 0 ended by a signal, 1 a failure, 2 wrong usage.\n"
     "\n"
     "Example:\n"
-    "  qmmanagerd --archive /srv/recordings --port 11001 --log-level info";
+    "  qmctl import clip.avi --archive /srv/recordings --source gate \\\n"
+    "    --start 2011-03-03T10:00:00Z\n"
+    "  qmmanagerd --archive /srv/recordings --log-level info";
 
 /// Descriptions of files that nobody uses and that are kept all the same.
 constexpr std::uint32_t kCachedDescriptions = 256;
@@ -107,6 +110,9 @@ std::unique_ptr<JRPCTunnelService> startTunnel(const Options& options, const JRP
 void serve(const Options& options, const JRPCVersion& version) {
   qm_platform::InterruptCatcher interrupts;
   qm_manager::Archive archive(options.sArchive, qm_manager::ArchiveRoot::Creation::kExisting);
+  if (interrupts.getCaught() != 0) {
+    return;
+  }
   qm_manager::Manager::Settings settings;
   settings.address = JInetAddr(options.sAddress, options.uPort);
   settings.version = version;
@@ -115,7 +121,9 @@ void serve(const Options& options, const JRPCVersion& version) {
   qm_manager::Manager manager(archive, settings);
   manager.start();
   const auto pTunnel = startTunnel(options, version);
-  std::cout << "listening on " << options.sAddress << ':' << manager.getPort() << std::endl;
+  if (!(std::cout << "listening on " << options.sAddress << ':' << manager.getPort() << std::endl)) {
+    throw std::runtime_error("can't write to standard output");
+  }
   while (interrupts.getCaught() == 0) {
     interrupts.await(kSignalWait);
   }
@@ -152,6 +160,8 @@ int attempt(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // All threads take it over: who stops reading the log or standard output doesn't end the service.
+  const qm_platform::BrokenPipeGuard noBrokenPipes;
   CLI::App app("Serves an archive of recordings to the clients of a storage Manager.", "qmmanagerd");
   app.set_version_flag("--version", "qmmanagerd " QM_VERSION);
   app.footer(kFooter);

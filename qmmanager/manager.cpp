@@ -1,10 +1,10 @@
 #include "qmmanager/manager.h"
 
+#include <cstdint>
 #include <exception>
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/params/jparams.h"
-#include "qmactivexctrl/qmstorageaccesscontroller/ServerGeneration.h"
 #include "qmmanager/addfile.h"
 #include "qmmanager/archive.h"
 #include "qmmanager/commandhandlers.h"
@@ -27,9 +27,11 @@ std::unique_ptr<JParams> refusal(const std::string& sFunction, const std::string
 }  // namespace
 
 void Manager::checkVersion(const JRPCVersion& version) {
+  // Clients take a version for ten times its first part and its second: 3.13 is beyond 4.2 for them.
   constexpr std::int32_t kFirstMajor = 3;
-  if (version.major < kFirstMajor || version.minor < 0 ||
-      selectGeneration(version.major, version.minor) != ServerGeneration::k3X4X) {
+  constexpr std::int64_t kLastRank = 42;
+  const std::int64_t iRank = std::int64_t{version.major} * 10 + version.minor;
+  if (version.minor < 0 || version.major < kFirstMajor || iRank > kLastRank) {
     QM_THROW(JTextError, "the dialect of version " + version.toText() +
                              " isn't served; there are those from 3.0 to below 4.3");
   }

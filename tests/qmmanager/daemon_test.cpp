@@ -3,7 +3,9 @@
 #include <map>
 #include <random>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "coreapi/platform/childprocess.h"
@@ -17,7 +19,6 @@ namespace {
 
 using namespace qm_test;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::StartsWith;
 
 /// The program, with its standard output and error in one pipe.
@@ -38,18 +39,20 @@ class Daemon {
     if (m_child != qm_platform::kNoChild) {
       end(SIGKILL);
     }
-    qm_platform::closeDescriptor(m_pipe);
+    hangUp();
   }
 
-  /// The port that it says it listens on; 0 when it says nothing of the kind.
+  /// The port that it says it listens on; 0 when it says nothing of the kind. Its log may come in between.
   std::uint16_t port() {
-    while (m_sOut.find('\n') == std::string::npos && readSome()) {
-    }
-    const std::string sLine = m_sOut.substr(0, m_sOut.find('\n'));
-    EXPECT_THAT(sLine, MatchesRegex("listening on 127\\.0\\.0\\.1:[0-9]+"));
-    const std::size_t colon = sLine.rfind(':');
-    return colon == std::string::npos ? std::uint16_t{0}
-                                      : static_cast<std::uint16_t>(std::stoi(sLine.substr(colon + 1)));
+    constexpr std::string_view kWords = "listening on 127.0.0.1:";
+    std::size_t start = std::string::npos;
+    do {
+      start = m_sOut.find(kWords);
+    } while ((start == std::string::npos || m_sOut.find('\n', start) == std::string::npos) && readSome());
+    EXPECT_NE(start, std::string::npos) << m_sOut;
+    return start == std::string::npos
+               ? std::uint16_t{0}
+               : static_cast<std::uint16_t>(std::stoi(m_sOut.substr(start + kWords.size())));
   }
 
   /// Sends a signal, unless that is 0, and waits for the end; the exit status.
@@ -67,6 +70,13 @@ class Daemon {
     return iStatus;
   }
 
+  /// Reads no more of what it writes.
+  void hangUp() {
+    if (m_pipe != qm_platform::kNoDescriptor) {
+      qm_platform::closeDescriptor(std::exchange(m_pipe, qm_platform::kNoDescriptor));
+    }
+  }
+
   /// For another thread.
   void kill() const { ::kill(m_child, SIGKILL); }
 
@@ -77,7 +87,8 @@ class Daemon {
   bool readSome() {
     char block[4096];
     std::size_t uRead = 0;
-    if (qm_platform::readSome(m_pipe, block, sizeof block, uRead) != 0 || uRead == 0) {
+    if (m_pipe == qm_platform::kNoDescriptor ||
+        qm_platform::readSome(m_pipe, block, sizeof block, uRead) != 0 || uRead == 0) {
       return false;
     }
     m_sOut.append(block, uRead);
@@ -98,6 +109,13 @@ TEST(ManagerProgram, TellsHowItEnds) {
     EXPECT_THAT(client.ask("rpc_getSourceMap()"), HasSubstr("\"gate\""));
     EXPECT_EQ(daemon.end(iSignal), 0);
     EXPECT_EQ(client.ask("PING"), "closed");
+  }
+  {
+    Daemon daemon({"--archive", served.root(), "--port", "0", "--log-level", "fulldebug"});
+    const std::uint16_t uPort = daemon.port();
+    daemon.hangUp();  // whoever reads its log has gone
+    EXPECT_THAT(LineClient(uPort).ask("rpc_getSourceMap()"), HasSubstr("\"gate\""));
+    EXPECT_EQ(daemon.end(SIGTERM), 0);
   }
   Daemon first({"--archive", served.root(), "--port", "0", "--rpc-version", "3.5"});
   EXPECT_EQ(LineClient(first.port()).ask("getRPCVersion()"), "OK RPCVersion=\"3.5\"");

@@ -2,9 +2,11 @@
 #include <string>
 #include <vector>
 
+#include "qmactivexctrl/qmstorageaccesscontroller/ServerGeneration.h"
 #include "tests/coreapi/qmci/streamsamples.h"
 #include "tests/qmmanager/servedarchive.h"
 #include "tests/storage/readersupport.h"
+#include "tests/support/thrownby.h"
 
 namespace {
 
@@ -63,6 +65,19 @@ TEST(ManagerQueries, FindWhatTheArchiveHolds) {
   EXPECT_EQ(served.message(), "");
   EXPECT_EQ(control.alarmLogQuery("cellar", 5), 0);
   EXPECT_EQ(served.message(), "there is no recording of \"cellar\" at the frame rate 5");
+}
+
+TEST(ManagerQueries, AreOfTheDialectThatClientsChoose) {
+  for (std::int32_t iMajor = 0; iMajor < 6; ++iMajor) {
+    for (std::int32_t iMinor = 0; iMinor < 50; ++iMinor) {
+      const bool bSpoken = iMajor > 2 && selectGeneration(iMajor, iMinor) == ServerGeneration::k3X4X;
+      EXPECT_EQ(thrownBy([&] {
+                  qm_manager::Manager::checkVersion({iMajor, iMinor});
+                }).empty(),
+                bSpoken)
+          << iMajor << "." << iMinor;
+    }
+  }
 }
 
 TEST(ManagerQueries, TellAboutTheManager) {
