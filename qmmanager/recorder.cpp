@@ -36,10 +36,10 @@ class Recorder::SliceFile {
  public:
   SliceFile(const std::string& sDirectory, const FileInfo& source, std::uint32_t uStream)
       : m_sDirectory(sDirectory), m_sPath(sDirectory + "/" + workName()) {
-    auto pSocket = std::make_unique<JFileSocket>(m_sPath, JFileSocket::kWrite, false);
-    m_bWorkFile = true;
     try {
-      start(std::move(pSocket), source, *source.getStream(uStream));
+      // Opening can fail when the file is there already.
+      start(std::make_unique<JFileSocket>(m_sPath, JFileSocket::kWrite, false), source,
+            *source.getStream(uStream));
     } catch (...) {
       removeWork();
       throw;
@@ -125,7 +125,7 @@ class Recorder::SliceFile {
 
   const std::string m_sDirectory;
   const std::string m_sPath;
-  bool m_bWorkFile = false;
+  bool m_bWorkFile = true;  ///< may be there
   std::unique_ptr<FileOutput> m_pOutput;
   TimeSpan m_span;
   std::uint64_t m_uFrames = 0;
