@@ -52,14 +52,14 @@ std::optional<std::int64_t> keyFrameAtOrBefore(const FileStreamInfo& stream, std
   return iNumber >= 0 ? std::optional(iNumber) : std::nullopt;
 }
 
-/// What the description of a stream says but for its largest frame and its properties.
-qm_ci::InfoBlock comparable(qm_ci::StreamInfo info) {
+/// The stream without its properties, and without what its largest frame is.
+qm_ci::StreamInfo comparable(qm_ci::StreamInfo info) {
   info.setNomMaxBitstreamSize(0);
   const auto bytes = info.getBytes().subspan(qm_ci::StreamInfo::kDescriptionAt);
   const char* const szProperties = info.getProperties();
   const std::size_t uProperties =
       szProperties != nullptr ? std::char_traits<char>::length(szProperties) + 1 : 0;
-  return {bytes.begin(), bytes.end() - static_cast<std::ptrdiff_t>(uProperties)};
+  return qm_ci::StreamInfo::make(info.getType(), bytes.first(bytes.size() - uProperties), {});
 }
 
 }  // namespace
@@ -82,8 +82,9 @@ qm_ci::StreamInfo describeForCopy(const qm_ci::StreamInfo& info) {
 }
 
 bool isSameStream(const qm_ci::StreamInfo& described, const qm_ci::StreamInfo& other) {
-  return described.getType() == other.getType() && other.getMaxFrameSize() <= described.getMaxFrameSize() &&
-         comparable(described) == comparable(other);
+  const qm_ci::StreamInfo comparableOther = comparable(other);
+  return other.getMaxFrameSize() <= described.getMaxFrameSize() &&
+         comparable(described).isCompatible(&comparableOther, false);
 }
 
 RecordedFrames::RecordedFrames(std::shared_ptr<ArchiveUnit> pUnit, const TimeSpan& span, bool bAuthentication)
@@ -278,7 +279,7 @@ bool RecordedFrames::openNext() {
 std::optional<std::int64_t> RecordedFrames::startNumber() const {
   const FileStreamInfo& info = stream();
   if (m_bFirstFile && info.getStreamInfo()->isVideo()) {
-    if (const auto key = keyFrameAtOrBefore(info, numberAtOrBefore(info, m_span.startDate))) {
+    if (const auto key = keyFrameAtOrBefore(info, numberAtOrBefore(info, m_lower))) {
       return key;
     }
   }
