@@ -85,7 +85,6 @@ class FrameCount {
   }
 
   void take(const FrameWalk& walk) {
-    m_survey.uLargest = std::max(m_survey.uLargest, walk.getSize());
     if (walk.getInput().isAuthentication()) {
       return;
     }
@@ -120,7 +119,6 @@ class FrameCount {
       m_survey.uLeading = 0;
       m_survey.ullFirst = m_survey.ullBegin;
     }
-    m_survey.uFrames = m_uFrames - m_survey.uLeading;
     m_survey.bDated = m_survey.bDated && m_survey.ullBegin != 0;
     if (m_survey.uLeading > 0) {
       m_survey.notes.push_back("the first " + std::to_string(m_survey.uLeading) +

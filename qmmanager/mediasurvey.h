@@ -31,12 +31,10 @@ struct MediaSurvey {
   /// Whether a reader may start at every frame, marked or not: of sound, and of data without marks.
   bool bStartsAnywhere = false;
 
-  std::uint64_t uFrames = 0;   ///< that are recorded, without those that authenticate others
   std::uint64_t uLeading = 0;  ///< in front of the first key frame, which aren't recorded
   std::uint64_t ullBegin = 0;  ///< time of the stream's first frame, microseconds
   std::uint64_t ullFirst = 0;  ///< of the first one that is recorded
   std::uint64_t ullLast = 0;   ///< of the last one
-  std::uint32_t uLargest = 0;  ///< bytes of the largest frame
   std::uint64_t uBytes = 0;    ///< of all streams
 
   std::vector<std::string> notes;  ///< what isn't taken, in words

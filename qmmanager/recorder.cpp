@@ -68,10 +68,10 @@ class Recorder::SliceFile {
   const TimeSpan& getSpan() const noexcept { return m_span; }
   std::uint64_t getFrames() const noexcept { return m_uFrames; }
 
-  /// Gives the slice its name. `uLargest` is the largest frame that this recording may write.
-  Slice finish(std::uint32_t uLargest) {
+  /// Gives the slice its name.
+  Slice finish() {
     m_pOutput.reset();
-    const std::uint64_t uSize = sync(uLargest);
+    const std::uint64_t uSize = sync();
     const std::string sPath = m_sDirectory + "/" + Slice::computeFileName(m_span, uSize, ".asf");
     qm_utils::moveFile(m_sPath, sPath, false);
     m_bWorkFile = false;
@@ -91,18 +91,13 @@ class Recorder::SliceFile {
 
   /// A writer finishes its file in its destructor, and only the log learns of a failure there: the file
   /// itself must tell. Returns its size when it is on the disk.
-  std::uint64_t sync(std::uint32_t uLargest) const {
+  std::uint64_t sync() const {
     JFileSocket socket(m_sPath, JFileSocket::kReadWrite, true);
     const FileInfo::Ptr pFileInfo = FileInfo::create(socket, m_sPath, false);
     const FileStreamInfo* const pStream = pFileInfo ? pFileInfo->getStream(1) : nullptr;
     if (pStream == nullptr || !FrameWalk::isFinished(*pFileInfo) || pStream->getCount() != m_uFrames ||
         pStream->getFirstDate() != m_span.startDate || pStream->getLastDate() != m_span.endDate) {
       QM_THROW(JTextError, "a slice couldn't be finished; the log says why");
-    }
-    const std::uint32_t uMost = pStream->getStreamInfo()->getMaxFrameSize();
-    if (uMost != 0 && uMost < uLargest) {
-      QM_THROW(JTextError, "its largest frame has " + std::to_string(uLargest) +
-                               " bytes, but by its description a frame has at most " + std::to_string(uMost));
     }
     socket.flush();
     std::uint64_t uSize = 0;
@@ -244,7 +239,7 @@ void Recorder::takeDate(FrameWalk& walk, bool bCounted) {
 }
 
 void Recorder::endSlice() {
-  const Slice slice = m_pFile->finish(m_survey.uLargest);
+  const Slice slice = m_pFile->finish();
   m_uFrames += m_pFile->getFrames();
   m_pFile.reset();
   m_unit.addSlice(std::make_unique<Slice>(slice));

@@ -251,7 +251,7 @@ TEST_F(RecorderTest, EndedEarlyLeavesWholeSlices) {
 #ifdef QM_FAULT_SEAMS
 TEST_F(RecorderTest, FailingAnywhereLeavesWholeSlices) {
   const LogCapture log;
-  const MediaSurvey survey = surveyMedia(makeFile("clip.asf", 40), {});
+  const MediaSurvey survey = surveyMedia(makeFile("clip.asf", 30), {});
   bool bFailed = true;
   for (std::uint64_t uCall = 1; bFailed; ++uCall) {
     SCOPED_TRACE(uCall);
@@ -268,7 +268,7 @@ TEST_F(RecorderTest, FailingAnywhereLeavesWholeSlices) {
     EXPECT_GE(slices.size(), recorder.getSlices().size());
     EXPECT_LE(slices.size(), recorder.getSlices().size() + 1);
     if (sThrown.empty()) {
-      EXPECT_EQ(framesOf(slices).size(), 40U);
+      EXPECT_EQ(framesOf(slices).size(), 30U);
     }
     ASSERT_TRUE(bFailed || sThrown.empty()) << sThrown;
     fs::remove_all(pUnit->getDirectory());
