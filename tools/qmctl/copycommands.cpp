@@ -111,6 +111,12 @@ class ProgressBar {
     m_line.showText(progressLine(sizeOf(m_sFile), m_uExpected, static_cast<std::uint64_t>(passed.count())));
   }
 
+  /// Leaves the last state on the terminal.
+  void finish() {
+    show();
+    m_line.keep();
+  }
+
  private:
   using Clock = std::chrono::steady_clock;
 
@@ -176,6 +182,9 @@ void copy(Context& context, const Arguments& given) {
   session.getControl().RemoteCopy(recording.sSource.c_str(), recording.iFps, sPath.c_str(),
                                   recording.sStart.c_str(), recording.sEnd.c_str(), iResult);
   const int iSignal = watch.finish();
+  if (pBar && iResult == 0) {
+    pBar->finish();
+  }
   pBar.reset();
   const bool bKept = target.holdsCopy();
   const std::string sKept = "'" + given.sPath + "' holds what had come until then";

@@ -65,6 +65,15 @@ TEST(Commands, PrintTablesAndJson) {
                 "  connected  4.2      3.x/4.x\n");
 }
 
+TEST(Commands, SayInWordsWhereAProtectionHasNoEnd) {
+  SmallArchive archive;
+  archive.manager.answer("rpc_getProtectedLog",
+                         SmallArchive::record("ProtectedLog", "Protected",
+                                              {"ValidityStartDate=0", "ValidityEndDate=0", "Details=\"why\""}));
+  const auto table = runTool(archive.withServer({"log", "protection", "gate", "25"}));
+  EXPECT_THAT(table.sOut, testing::EndsWith("11:00:00.000000UTC  at once     for good     why\n"));
+}
+
 /// Escapes sequences of a terminal can stand in any name that a Manager gives.
 TEST(Commands, LetNoControlCharacterReachTheTerminal) {
   SmallArchive archive;
