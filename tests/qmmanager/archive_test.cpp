@@ -81,11 +81,4 @@ TEST_F(ArchiveTest, MakesNoUnitWhereSomethingIsInTheWay) {
   EXPECT_THAT(unitsOf(archive), ElementsAre());
 }
 
-TEST_F(ArchiveTest, NeedsTheCacheOfDescriptions) {
-  FileInfo::closeCache();
-  EXPECT_THAT(thrownBy([&] { Archive(root(), ArchiveRoot::Creation::kWhenEmpty); }),
-              "FileInfo cache not initialized");
-  FileInfo::initCache(4);
-}
-
 }  // namespace

@@ -2,6 +2,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "coreapi/platform/faultseam.h"
@@ -176,6 +177,32 @@ TEST_F(ManagerCommands, RefuseAnAlarmThatTheLimitWouldDropAtOnce) {
   EXPECT_EQ(served.message(), "the alarm log is full, and all alarms in it are later than this one");
   EXPECT_THAT(served.rows(control().alarmLogQuery("gate", 25)), ElementsAre(alarmRow("late", 5, 9, 5)));
   AlarmLog::setLimits(AlarmLog::kDefaultMaxRecords, true);
+}
+
+TEST_F(ManagerCommands, OfManyClientsAllHold) {
+  constexpr std::uint64_t kClients = 6;
+  constexpr std::uint64_t kRounds = 10;
+  std::vector<std::thread> clients;
+  for (std::uint64_t i = 0; i < kClients; ++i) {
+    clients.emplace_back([this, i] {
+      LineClient client(served.pManager->getPort());
+      for (std::uint64_t uRound = 0; uRound < kRounds; ++uRound) {
+        const std::string sFrame = std::to_string(kBegin + (i * kRounds + uRound) * kPeriod);
+        const std::string sUnit = "(SourceName=\"gate\",Fps=25,";
+        EXPECT_EQ(client.ask("rpc_alarm" + sUnit + "AlarmName=\"door\",TsAlarmIncident=" + sFrame +
+                             ",TsAlarmStart=" + sFrame + ",TsAlarmEnd=" + sFrame + ")"),
+                  "OK ");
+        EXPECT_THAT(client.ask("rpc_getAlarmNames()"), HasSubstr("\"door\""));
+        served.pArchive->makeUnit("new " + std::to_string(uRound), 5);
+        EXPECT_THAT(client.ask("rpc_getSourceMap()"), HasSubstr("\"new " + std::to_string(uRound) + "\""));
+      }
+    });
+  }
+  for (std::thread& client : clients) {
+    client.join();
+  }
+  EXPECT_THAT(served.rows(control().alarmLogQuery("gate", 25)), testing::SizeIs(kClients * kRounds));
+  EXPECT_THAT(served.rows(control().sourcesQuery()), testing::SizeIs(1 + kRounds));
 }
 
 #ifdef QM_FAULT_SEAMS

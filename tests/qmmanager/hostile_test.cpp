@@ -105,12 +105,15 @@ TEST(ManagerUnderAttack, StaysInItsDirectory) {
       "DiskSpaceName=\"\",StartDate=\"\",BackupPath=\"a\"");
   for (const char* const szSpan :
        {"TsProtected", "TsValid", "TsAlarm", "TsInterval", "TsErase", "TsBackup"}) {
-    common.add(std::string(szSpan) + "Start", kBegin);
-    common.add(std::string(szSpan) + "End", kBegin + 1);
+    for (const char* const szSuffix : {"", "Date"}) {
+      common.add(std::string(szSpan) + "Start" + szSuffix, kBegin);
+      common.add(std::string(szSpan) + "End" + szSuffix, kBegin + 1);
+    }
   }
-  // What was made beforehand is all there may be, but for the logs of the one source.
+  // What was made beforehand is all there may be, but for the logs of the one source, and copies.
   const auto known = [&](const std::string& sPath) {
-    return sPath.starts_with(served.root() + "/gate/25/") && sPath.ends_with(".log");
+    return (sPath.starts_with(served.root() + "/gate/25/") && sPath.ends_with(".log")) ||
+           sPath.starts_with(settings.sCopyDirectory + "/");
   };
   const std::set<std::string> before = everything(served.temp.path(""));
   const auto names = hostileNames(sOutside);
