@@ -200,10 +200,9 @@ void addListCommands(CLI::App& app, Context& context) {
   log.require_subcommand(1);
   addRecordingQuery(log, context,
                     {"alarm", "Alarms and their spans", kAlarmFields, &JQMStorageAccessCtrl::AlarmLogQuery});
-  addRecordingQuery(
-      log, context,
-      {"protection", "Protected spans", kProtectionFields, &JQMStorageAccessCtrl::ProtectedLogQuery,
-       protectionToCell});
+  addRecordingQuery(log, context,
+                    {"protection", "Protected spans", kProtectionFields,
+                     &JQMStorageAccessCtrl::ProtectedLogQuery, protectionToCell});
   addRecordingQuery(
       log, context,
       {"metadata", "Spans that carry metadata", kMetaDataFields, &JQMStorageAccessCtrl::MetaDataLogQuery});

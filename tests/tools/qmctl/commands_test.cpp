@@ -66,10 +66,13 @@ TEST(Commands, PrintTablesAndJson) {
 }
 
 TEST(Commands, SayInWordsWhereAProtectionHasNoEnd) {
+  const std::string sRecord = "ProtectedLog_ProtectedLog__ProtectedLogRecord_set0__";
   SmallArchive archive;
-  archive.manager.answer("rpc_getProtectedLog",
-                         SmallArchive::record("ProtectedLog", "Protected",
-                                              {"ValidityStartDate=0", "ValidityEndDate=0", "Details=\"why\""}));
+  archive.manager.answer("rpc_getProtectedLog", "ProtectedLog_ProtectedLog__size=1, " + sRecord +
+                                                    "ProtectedStartDate=12943620000000000, " + sRecord +
+                                                    "ProtectedEndDate=12943623600000000, " + sRecord +
+                                                    "ValidityStartDate=0, " + sRecord +
+                                                    "ValidityEndDate=0, " + sRecord + "Details=\"why\"");
   const auto table = runTool(archive.withServer({"log", "protection", "gate", "25"}));
   EXPECT_THAT(table.sOut, testing::EndsWith("11:00:00.000000UTC  at once     for good     why\n"));
 }
