@@ -7,60 +7,29 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
-#include <vector>
 
 #include "bench/support/compare.h"
+#include "bench/support/rawcopy.h"
 #include "coreapi/platform/process.h"
 #include "coreapi/qmci/streaminfo.h"
 #include "coreapi/qmci/streaminfonet.h"
-#include "coreapi/qmstream/rcpyheader.h"
 #include "coreapi/qmutils/log/JLog.h"
 #include "coreapi/qmutils/rpc/jrpc.h"
 #include "coreapi/qmutils/rpc/jrpctunnelservice.h"
-#include "coreapi/qmutils/socket/jtcpsocket.h"
 #include "qmactivexctrl/qmstorageaccesscontroller/StorageAccessController3X4X.h"
 
 namespace {
 
 constexpr std::size_t kKibi = 1024;
-constexpr std::size_t kBlock = kKibi * kKibi;
-constexpr std::size_t kVolume = 192 * kBlock;
-constexpr std::size_t kPeerBuffer = 256 * kKibi;
+constexpr std::size_t kVolume = 192 * kKibi * kKibi;
 constexpr int kPairs = 7;
 
 std::string path() {
   return "copies_" + std::to_string(qm_platform::processId()) + ".asf";
-}
-
-/// Sends frames of a size, and then the end of the stream.
-void push(std::uint16_t uPort, std::size_t uFrame) {
-  qm_stream::RemoteCopyFrameHeader header;
-  header.setFrameSize(static_cast<std::uint32_t>(uFrame));
-  header.setTimeStamp(12943620000000000);
-  header.setAccessPoint(true);
-  std::string sFrame(reinterpret_cast<const char*>(header.data()), header.kSize);
-  sFrame.append(uFrame, 'x');
-  std::string sBlock;
-  while (sBlock.size() + sFrame.size() <= kBlock) {
-    sBlock += sFrame;
-  }
-  JTCPSocket socket;
-  socket.connect(JInetAddr("127.0.0.1", uPort));
-  for (std::size_t i = 0; i < kVolume / sBlock.size(); ++i) {
-    socket.write(sBlock.data(), sBlock.size());
-  }
-  const qm_stream::RemoteCopyFrameHeader end;
-  socket.write(end.data(), end.kSize);
-  socket.shutdownWrite();
-  char closed;
-  socket.read(&closed, 1);
 }
 
 /// A server that pushes frames of a size.
@@ -86,7 +55,7 @@ class Pusher : public JRPCTunnelService {
   void remoteCopy(JParams& parameters, JParams& /*answer*/) {
     std::int32_t iPort = 0;
     parameters.get("BackupPort", iPort, true);
-    pushing = std::thread(push, static_cast<std::uint16_t>(iPort), uFrame);
+    pushing = std::thread(qm_bench::pushFrames, static_cast<std::uint16_t>(iPort), uFrame, kVolume);
   }
 };
 
@@ -99,30 +68,6 @@ double ours(Pusher& pusher, StorageAccessController3X4X& control) {
     }
   });
   pusher.pushing.join();
-  return dSeconds;
-}
-
-double peer(std::size_t uFrame) {
-  std::filesystem::remove(path());
-  JTCPSocket listener{std::uint16_t{0}};
-  std::thread pushing;
-  const double dSeconds = qm_bench::seconds([&] {
-    const int iFile = open(path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    pushing = std::thread(push, listener.getLocalPort(), uFrame);
-    const std::unique_ptr<JSocket> pAccepted = listener.accept();
-    std::vector<char> buffer(kPeerBuffer);
-    for (;;) {
-      const ssize_t iRead = recv(pAccepted->getHandle(), buffer.data(), buffer.size(), 0);
-      if (iRead <= 0) {
-        break;
-      }
-      if (write(iFile, buffer.data(), static_cast<std::size_t>(iRead)) != iRead) {
-        std::abort();
-      }
-    }
-    close(iFile);
-  });
-  pushing.join();
   return dSeconds;
 }
 
@@ -142,7 +87,8 @@ int main() {
     pusher.uFrame = row.uKibi * kKibi;
     qm_bench::compare(
         {"copy, frames of " + std::to_string(row.uKibi) + " KiB", "recv, write", row.dGoal, kPairs},
-        [&] { return ours(pusher, control); }, [&] { return peer(pusher.uFrame); });
+        [&] { return ours(pusher, control); },
+        [&] { return qm_bench::rawCopy(path(), pusher.uFrame, kVolume); });
   }
   std::filesystem::remove(path());
 }

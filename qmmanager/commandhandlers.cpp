@@ -10,6 +10,7 @@
 #include "coreapi/qmutils/params/jparams.h"
 #include "coreapi/qmutils/text/jglob.h"
 #include "coreapi/qmutils/text/jtext.h"
+#include "qmmanager/alarms.h"
 #include "qmmanager/archive.h"
 #include "qmmanager/intervals.h"
 #include "qmmanager/request.h"
@@ -64,24 +65,9 @@ void unprotect(ArchiveUnit& unit, const Request& request) {
 
 // Alarms.
 
-bool isSame(const AlarmLogRecord& left, const AlarmLogRecord& right) {
-  return left.span == right.span && left.alarmDate == right.alarmDate && left.name == right.name;
-}
-
 void raiseAlarm(ArchiveUnit& unit, const Request& request) {
-  const AlarmLogRecord alarm(request.getText("AlarmName"), request.getTime("TsAlarmIncident"),
-                             request.getSpan("TsAlarmStart", "TsAlarmEnd"));
-  if (alarm.name.empty()) {
-    QM_THROW(JTextError, "an alarm needs a name");
-  }
-  unit.changeAlarmLog([&](AlarmLog& log) {
-    log.addRecord(std::make_unique<AlarmLogRecord>(alarm), true);
-    const AlarmLog::Records& records = log.getRecords();
-    if (std::none_of(records.begin(), records.end(),
-                     [&](const auto& pRecord) { return isSame(*pRecord, alarm); })) {
-      QM_THROW(JTextError, "the alarm log is full, and all alarms in it are later than this one");
-    }
-  });
+  addAlarm(unit, AlarmLogRecord(request.getText("AlarmName"), request.getTime("TsAlarmIncident"),
+                                request.getSpan("TsAlarmStart", "TsAlarmEnd")));
 }
 
 void removeAlarmByInterval(ArchiveUnit& unit, const Request& request) {

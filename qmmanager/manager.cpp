@@ -5,8 +5,10 @@
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/params/jparams.h"
+#include "qmmanager/addfile.h"
 #include "qmmanager/archive.h"
 #include "qmmanager/commandhandlers.h"
+#include "qmmanager/copyhandlers.h"
 #include "qmmanager/queryhandlers.h"
 #include "qmmanager/request.h"
 #include "qmmanager/statushandlers.h"
@@ -36,16 +38,23 @@ void Manager::checkVersion(const JRPCVersion& version) {
 }
 
 Manager::Manager(Archive& archive, const Settings& settings)
-    : JRPCTunnelService(settings.address, "StorageManager") {
+    : JRPCTunnelService(settings.address, "StorageManager"), m_copies(settings.copies) {
   checkVersion(settings.version);
   setVersion(settings.version);
   addStatusHandlers(m_handlers, archive, settings.version);
   addQueryHandlers(m_handlers, archive);
   addCommandHandlers(m_handlers, archive);
+  addAddFileHandlers(m_handlers, archive, settings.sImportDirectory, [this] { return isShut(); });
+  addCopyHandlers(m_handlers, archive, m_copies, settings.sCopyDirectory);
 }
 
 Manager::~Manager() {
   stop();
+}
+
+void Manager::stop() {
+  m_copies.stop();
+  JRPCTunnelService::stop();
 }
 
 bool Manager::dispatch(const std::string& sFunction, JParams& parameters, std::unique_ptr<JParams>& pAnswer,

@@ -6,6 +6,7 @@
 #include "coreapi/qmutils/rpc/jrpctunnelservice.h"
 #include "coreapi/qmutils/rpc/jrpcversion.h"
 #include "coreapi/qmutils/socket/jsockaddr.h"
+#include "qmmanager/copies.h"
 #include "qmmanager/handlers.h"
 
 namespace qm_manager {
@@ -33,6 +34,8 @@ class Manager final : public JRPCTunnelService {
     /// the functions that need it refuse.
     std::string sCopyDirectory = {};
     std::string sImportDirectory = {};
+
+    Copies::Settings copies = {};
   };
 
   /// Throws as `checkVersion`, and JSysError "bind".
@@ -42,10 +45,14 @@ class Manager final : public JRPCTunnelService {
   bool dispatch(const std::string& sFunction, JParams& parameters, std::unique_ptr<JParams>& pAnswer,
                 ConnectionId uConnection) override;
 
+  /// As JRPCTunnelService; copies that are on their way are broken off first.
+  void stop();
+
   /// Throws JTextError for a version whose dialect the Manager doesn't speak: all but 3.x and 4.0 to 4.2.
   static void checkVersion(const JRPCVersion& version);
 
  private:
+  Copies m_copies;
   Handlers m_handlers;
 };
 

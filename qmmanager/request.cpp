@@ -65,6 +65,12 @@ std::int32_t Request::getInteger(std::string_view sKey) const {
   return static_cast<std::int32_t>(iNumber);
 }
 
+bool Request::getFlag(std::string_view sKey, bool bDefault) const {
+  bool bFlag = bDefault;
+  read(m_parameters, sKey, bFlag, "is no boolean");
+  return bFlag;
+}
+
 JTime Request::getTime(std::string_view sKey) const {
   const std::int64_t iTime = getNumber(sKey);
   if (iTime < 0 || iTime > kLastTime) {

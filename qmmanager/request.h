@@ -26,6 +26,9 @@ class Request {
 
   std::int32_t getInteger(std::string_view sKey) const;
 
+  /// A boolean; `bDefault` in the place of one that is missing.
+  bool getFlag(std::string_view sKey, bool bDefault) const;
+
   /// A date up to the end of the year 9999.
   JTime getTime(std::string_view sKey) const;
 

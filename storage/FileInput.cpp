@@ -20,6 +20,9 @@ constexpr std::uint32_t kLargestFrame = 64U << 20;
 
 constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
 
+/// The highest number of a frame that periods are taken for: numbers in indexes have 32 bits.
+constexpr std::uint64_t kMostFrames = std::numeric_limits<std::uint32_t>::max();
+
 /// Types of the sequential form.
 constexpr int kFindType = 0;
 constexpr int kAsfType = 1;
@@ -129,9 +132,10 @@ int FileInput::readNextFrame(std::uint32_t& uStream, qm_ci::Bitstream& frame, bo
     frame.setMaxSize(0, qm_ci::QMCI_FMT_PACKET, 1);
   }
   const int iResult = getNextFrame(&uStream, &uSize, &frame, bKeepAuthentication);
-  if (iResult < 0) {
-    return iResult;
-  }
+  return iResult < 0 || readPayload(uSize, frame) ? iResult : static_cast<int>(kFailed);
+}
+
+bool FileInput::readPayload(std::uint32_t uSize, qm_ci::Bitstream& frame) {
   const std::uint64_t uNeeded = qm_ci::bitstream_layout::packetData(1) + uSize;
   if (uNeeded > frame.getAllocatedSize()) {
     // The header moves to a record that is large enough.
@@ -143,15 +147,13 @@ int FileInput::readNextFrame(std::uint32_t& uStream, qm_ci::Bitstream& frame, bo
   }
   frame.setFormat(qm_ci::QMCI_FMT_PACKET, 1);
   if (uSize == 0) {
-    frame.setPacketData(nullptr, 0, 0);
-    return iResult;
+    return frame.setPacketData(nullptr, 0, 0);
   }
   const qm_ci::PacketSpace space = frame.allocNextPacket();
   if (uSize > space.nLength || read(space.pBuf, uSize) != uSize) {
-    return kFailed;
+    return false;
   }
-  frame.setPacketLength(uSize, -1);
-  return iResult;
+  return frame.setPacketLength(uSize, -1);
 }
 
 std::int64_t FileInput::getLastNumber(std::uint32_t uStream) const {
@@ -173,6 +175,12 @@ bool FileInput::isFrameValid(std::uint32_t uStream, std::uint32_t uSize) const {
   qm_err::log(qm_err::kLogError, "Invalid frame header in file %s: stream number=%i, frame size=%u bytes\n",
               getFileName().c_str(), static_cast<int>(uStream), uSize);
   return false;
+}
+
+void FileInput::checkSingleStream(std::uint32_t uStream) {
+  if (uStream != 1) {
+    QM_THROW(EndOfFileError);
+  }
 }
 
 std::uint64_t FileInput::timeByPeriod(std::uint32_t uStream, std::uint64_t uNumber, Rounding rounding) const {
@@ -204,7 +212,8 @@ void FileInput::moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime, std::
       continue;
     }
     const FileStreamInfo& other = *m_pFileInfo->getStream(uOther);
-    if (other.hasTimes()) {
+    // An index that is still empty has no frame in front of this one.
+    if (other.hasTimes() || (index_layout::isTimed(other.getIndexType()) && other.getCount() == 0)) {
       std::int64_t iNumber = other.getNumberAtOrBefore(JTime::fromMicroseconds(ullTime));
       while (iNumber >= 0) {
         const auto entry = other.getEntry(static_cast<std::uint32_t>(iNumber));
@@ -215,7 +224,7 @@ void FileInput::moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime, std::
       }
       setLastNumber(uOther, iNumber);
     } else {
-      setLastNumber(uOther, static_cast<std::int64_t>(numberByPeriod(uOther, ullTime)));
+      setLastNumber(uOther, std::min<std::uint64_t>(numberByPeriod(uOther, ullTime), kMostFrames));
     }
   }
 }

@@ -75,6 +75,10 @@ class FileInput {
   /// kFailed as well when the payload isn't whole.
   int readNextFrame(std::uint32_t& uStream, qm_ci::Bitstream& frame, bool bKeepAuthentication);
 
+  /// The payload of the frame that the reader stands at, all of its `uSize` bytes: `frame`, whose header was
+  /// filled, becomes a packet record of one packet, and grows as needed. False when it isn't whole.
+  bool readPayload(std::uint32_t uSize, qm_ci::Bitstream& frame);
+
   FileInfo& getFileInfo() noexcept { return *m_pFileInfo; }
 
   /// Number of the frame of a stream that was read last; -1 before the first.
@@ -95,6 +99,9 @@ class FileInput {
   /// Whether a frame can be one of this file: its stream exists, and its description allows the size. Logs it
   /// otherwise.
   bool isFrameValid(std::uint32_t uStream, std::uint32_t uSize) const;
+
+  /// Throws EndOfFileError for a stream that a file of one stream hasn't.
+  static void checkSingleStream(std::uint32_t uStream);
 
   void setLastNumber(std::uint32_t uStream, std::int64_t iNumber);
   void resetLastNumbers();

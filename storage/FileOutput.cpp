@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "coreapi/qmutils/socket/jfilesocket.h"
 #include "coreapi/qmutils/thread/namedassert.h"
 #include "storage/ASFIO/ASFOutput.h"
 #include "storage/AVIIO/AVIOutput.h"
@@ -43,7 +44,13 @@ FileOutput::FileOutput(std::unique_ptr<JSocket> pSocket, std::unique_ptr<FileInf
     : m_poSocket(std::move(pSocket)), m_poFileInfo(std::move(pFileInfo)), m_writer(*m_poSocket) {}
 
 FileOutput::~FileOutput() {
-  finishing([this] { m_poSocket->close(); });
+  finishing([this] {
+    m_poSocket->close();
+    const auto* const pFile = dynamic_cast<const JFileSocket*>(m_poSocket.get());
+    if (pFile != nullptr && pFile->hasCloseFailed()) {
+      QM_THROW(JTextError, "the file couldn't be closed");
+    }
+  });
   if (m_bFileInfoDetached) {
     m_poFileInfo.release()->setOnFlyIndexing(false);
   }

@@ -70,6 +70,10 @@ class FileOutput {
   /// The description as it stands.
   const FileInfo& getFileInfo() const noexcept { return *m_poFileInfo; }
 
+  /// Where the destructor tells that it couldn't finish the file, by setting it; null, as at first, for
+  /// nowhere. It outlives the writer.
+  void tellUnfinished(bool* pbUnfinished) noexcept { m_pbUnfinished = pbUnfinished; }
+
   /// Hands the description over to the caller, who deletes it after the writer. It goes on growing until
   /// then.
   [[nodiscard]] FileInfo* detachFileInfo() noexcept;
@@ -87,16 +91,20 @@ class FileOutput {
   /// The one packet of a frame as a buffer; an empty one when it has none.
   static JIoBuf payloadOf(const qm_ci::ConstBitstream& oCIBitstream) noexcept;
 
-  /// Runs a step of a destructor. What it throws is logged and goes no further.
+  /// Runs a step of a destructor. What it throws is logged, told and goes no further.
   template <typename Step>
-  static void finishing(Step step) noexcept {
+  void finishing(Step step) const noexcept {
     try {
       step();
+      return;
     } catch (JError* pError) {
       const qm_err::CaughtError error(pError);
       JCATCH_LOG(error.get());
     } catch (const std::exception& error) {
       qm_err::log(qm_err::kLogException, "%s", error.what());
+    }
+    if (m_pbUnfinished != nullptr) {
+      *m_pbUnfinished = true;
     }
   }
 
@@ -109,6 +117,7 @@ class FileOutput {
   std::unique_ptr<JSocket> m_poSocket;
   std::unique_ptr<FileInfo> m_poFileInfo;  ///< the caller's once it is detached
   bool m_bFileInfoDetached = false;
+  bool* m_pbUnfinished = nullptr;  ///< the caller's
   bool m_bStarted = false;
   WholeWriter m_writer;  ///< writes to `m_poSocket`
 };

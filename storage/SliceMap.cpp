@@ -7,11 +7,6 @@
 
 namespace {
 
-/// Slices that only touch in an instant don't overlap, unless they are nothing but that instant.
-bool overlaps(const TimeSpan& left, const TimeSpan& right) noexcept {
-  return left == right || (left.startDate < right.endDate && right.startDate < left.endDate);
-}
-
 bool contains(const TimeSpan& outer, const TimeSpan& inner) noexcept {
   return outer.startDate <= inner.startDate && inner.endDate <= outer.endDate;
 }
@@ -49,7 +44,7 @@ bool SliceMap::add(std::unique_ptr<Slice> pSlice) {
   while (other != m_slices.end() && other->first.startDate <= pSlice->getSpan().endDate) {
     const Position current = other++;
     const TimeSpan& span = pSlice->getSpan();
-    if (!overlaps(current->first, span)) {
+    if (!overlap(current->first, span)) {
       continue;
     }
     if (contains(span, current->first)) {

@@ -20,6 +20,12 @@ class SliceMap {
     kPrevious = 2,  ///< the last one before it
   };
 
+  /// Whether two spans can't stand in the index side by side. Those that only touch in an instant can, unless
+  /// they are nothing but that instant.
+  static bool overlap(const TimeSpan& left, const TimeSpan& right) noexcept {
+    return left == right || (left.startDate < right.endDate && right.startDate < left.endDate);
+  }
+
   /// By start, then by end.
   struct ByTime {
     bool operator()(const TimeSpan& left, const TimeSpan& right) const noexcept {

@@ -146,13 +146,8 @@ int checkTarget(const std::string& to, bool replace, const struct stat& origin, 
     return EEXIST;
   }
   if (error == 0 && S_ISLNK(status.st_mode)) {
-    char* pResolved = nullptr;
-    error = errorOfCall([&] { return (pResolved = ::realpath(to.c_str(), nullptr)) != nullptr ? 0 : -1; });
-    if (error == 0) {
-      resolved = pResolved;
-      std::free(pResolved);
-      error = errorOfCall([&] { return ::stat(resolved.c_str(), &status); });
-    }
+    error = resolvePath(to, resolved);
+    error = error != 0 ? error : errorOfCall([&] { return ::stat(resolved.c_str(), &status); });
   }
   if (error != 0) {
     return error;
@@ -192,6 +187,17 @@ int copyUnderWorkName(int from, const struct stat& origin, const std::string& to
 
 int makeDirectory(const std::string& path) noexcept {
   return errorOfCall([&] { return ::mkdir(path.c_str(), S_IRWXU | S_IRWXG | S_IRWXO); });
+}
+
+int resolvePath(const std::string& path, std::string& resolved) {
+  char* pResolved = nullptr;
+  const int error =
+      errorOfCall([&] { return (pResolved = ::realpath(path.c_str(), nullptr)) != nullptr ? 0 : -1; });
+  if (error == 0) {
+    resolved = pResolved;
+    std::free(pResolved);
+  }
+  return error;
 }
 
 int removeEmptyDirectory(const std::string& path) noexcept {

@@ -15,6 +15,9 @@ int removeTree(const std::string& path);
 
 int deleteFile(const std::string& path) noexcept;
 
+/// Where a path leads: its absolute form, free of symbolic links.
+int resolvePath(const std::string& path, std::string& resolved);
+
 /// Gives a file or a directory another name, and syncs the directories. Without `replace` EEXIST when there
 /// is something at `to`. A file goes to another file system by `copyFile`.
 int moveFile(const std::string& from, const std::string& to, bool replace);

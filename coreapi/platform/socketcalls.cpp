@@ -291,6 +291,10 @@ SocketError setResetOnClose(int iSocket) noexcept {
   return setOption(iSocket, SOL_SOCKET, SO_LINGER, linger{1, 0});
 }
 
+SocketError setSendOnClose(int iSocket) noexcept {
+  return setOption(iSocket, SOL_SOCKET, SO_LINGER, linger{0, 0});
+}
+
 SocketError setReuseAddress(int iSocket) noexcept {
   return setOption(iSocket, SOL_SOCKET, SO_REUSEADDR, 1);
 }

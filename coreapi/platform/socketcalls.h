@@ -96,6 +96,9 @@ SocketError takeSocketError(int iSocket) noexcept;
 /// Makes a closing TCP socket reset its connection and drop what is unsent.
 SocketError setResetOnClose(int iSocket) noexcept;
 
+/// Undoes it: closing sends what is still unsent, in the background.
+SocketError setSendOnClose(int iSocket) noexcept;
+
 /// Lets a listener take a port on which connections of an earlier one are still winding down.
 SocketError setReuseAddress(int iSocket) noexcept;
 SocketError setBroadcast(int iSocket) noexcept;

@@ -5,6 +5,7 @@
 
 #include "coreapi/platform/clock.h"
 #include "coreapi/qmutils/error/jerror.h"
+#include "coreapi/qmutils/socket/jiobufarray.h"
 
 namespace qm_stream {
 
@@ -89,9 +90,52 @@ std::size_t OFrameSocket::send(const JIoBuf* pBuffers, std::size_t uCount, std::
   if (!std::exchange(m_bWhole, false)) {
     QM_THROW(JTextError, "the stream has been broken off");
   }
-  const std::size_t uTaken = m_pInner->writev(pBuffers, uCount);
+  if (m_bGathering && uTotal <= kGatheredFrame) {
+    if (m_kept.size() + uTotal > kGatheredBytes) {
+      sendBehindKept(nullptr, 0);
+    }
+    for (std::size_t i = 0; i < uCount; ++i) {
+      const auto* const pBytes = static_cast<const std::uint8_t*>(pBuffers[i].pBuf);
+      m_kept.insert(m_kept.end(), pBytes, pBytes + pBuffers[i].bufLength);
+    }
+    m_bWhole = true;
+    return static_cast<std::size_t>(uTotal);
+  }
+  const std::size_t uTaken = sendBehindKept(pBuffers, uCount);
   m_bWhole = uTaken == uTotal;
   return uTaken;
+}
+
+void OFrameSocket::gatherSmallFrames() {
+  m_kept.reserve(kGatheredBytes);
+  m_bGathering = true;
+}
+
+void OFrameSocket::flush() {
+  if (!std::exchange(m_bWhole, false)) {
+    QM_THROW(JTextError, "the stream has been broken off");
+  }
+  sendBehindKept(nullptr, 0);
+  m_bWhole = true;
+}
+
+/// Sends what is kept and a frame behind it. Returns how much of the frame the connection took.
+std::size_t OFrameSocket::sendBehindKept(const JIoBuf* pBuffers, std::size_t uCount) {
+  const std::size_t uKept = m_kept.size();
+  if (uKept == 0) {
+    return uCount != 0 ? m_pInner->writev(pBuffers, uCount) : 0;
+  }
+  JIoBufArray all;
+  all.append(m_kept.data(), static_cast<std::uint32_t>(uKept));
+  if (!all.append(pBuffers, uCount)) {
+    QM_THROW(JBufferSizeError);
+  }
+  const std::size_t uTaken = m_pInner->writev(all.data(), all.size());
+  if (uTaken < uKept) {
+    QM_THROW(JTextError, "the connection took %zu bytes of %zu", uTaken, uKept);
+  }
+  m_kept.clear();
+  return uTaken - uKept;
 }
 
 void OFrameSocket::endStream(const void* pMarker) noexcept {
@@ -99,7 +143,12 @@ void OFrameSocket::endStream(const void* pMarker) noexcept {
     return;
   }
   try {
-    m_pInner->write(pMarker, m_uHeaderSize);
+    if (m_kept.empty()) {
+      m_pInner->write(pMarker, m_uHeaderSize);
+    } else {
+      const JIoBuf marker{const_cast<void*>(pMarker), m_uHeaderSize};
+      sendBehindKept(&marker, 1);
+    }
     m_pInner->shutdownWrite();
     waitForReader();
   } catch (JError* pError) {

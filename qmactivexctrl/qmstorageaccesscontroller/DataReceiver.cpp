@@ -101,12 +101,20 @@ void StorageAccessController3X4X::DataReceiver::record(const char* szError) {
 
 void StorageAccessController3X4X::DataReceiver::run() {
   JSocket::startup();
-  if (std::unique_ptr<JSocket> pAccepted = acceptConnection()) {
-    receive(std::move(pAccepted));
-  } else if (m_bAborted) {
-    record(kCancelled);
+  try {
+    if (std::unique_ptr<JSocket> pAccepted = acceptConnection()) {
+      receive(std::move(pAccepted));
+    } else if (m_bAborted) {
+      record(kCancelled);
+    }
+  } catch (const std::exception& exception) {
+    logCaught(JTextError("%s", exception.what()));
+    record(kHostDown);
   }
   m_pOutput.reset();
+  if (m_bUnfinished && !m_bError) {
+    record(kNoDisk);
+  }
   JSocket::cleanup();
 }
 
@@ -282,14 +290,13 @@ StorageAccessController3X4X::DataReceiver::Pass StorageAccessController3X4X::Dat
 
 StorageAccessController3X4X::DataReceiver::Pass StorageAccessController3X4X::DataReceiver::readFrame(
     IFrameSocket& input) {
-  if (m_bFirstPacket) {
-    const std::uint32_t uFrame = input.getNextFrameSize();
-    if (uFrame > kMaxDescriptionSize + Bitstream::m_uMaxQMCIBitstreamSize) {
-      QM_THROW(JTextError, "description of %u bytes", uFrame);
-    }
-    allocateFrame(uFrame);
+  const std::uint32_t uFrame = input.getNextFrameSize();
+  qm_ci::PacketSpace sSubstream = nextSpace();
+  const bool bLarger = uFrame > Bitstream::m_uMinQMCIBitstreamSize + sSubstream.nLength;
+  if (bLarger && uFrame <= kMaxDescriptionSize + Bitstream::m_uMaxQMCIBitstreamSize) {
+    allocateFrame(uFrame);  // for a description, which nothing has promised
+    sSubstream = nextSpace();
   }
-  const qm_ci::PacketSpace sSubstream = nextSpace();
   JIoBuf ioArray[] = {{m_oBsHdr.getQMCIBitstreamPtr(), Bitstream::m_uMinQMCIBitstreamSize},
                       {sSubstream.pBuf, sSubstream.nLength}};
   const std::size_t dwReadBytes = input.readv(ioArray, std::size(ioArray));
@@ -302,6 +309,9 @@ StorageAccessController3X4X::DataReceiver::Pass StorageAccessController3X4X::Dat
   if (bDescription) {
     takeDescription(sSubstream.pBuf, uPayload);
     return Pass::kDescription;
+  }
+  if (bLarger) {
+    QM_THROW(JBufferSizeError);
   }
   if (!m_oBs.copyHeader(m_oBsHdr) || !m_oBs.setPacketLength(uPayload, -1)) {
     QM_THROW(JTextError, "frame of another format");
@@ -361,13 +371,21 @@ void StorageAccessController3X4X::DataReceiver::takeDescription(std::uint8_t* pP
 void StorageAccessController3X4X::DataReceiver::beginNextFile(const qm_ci::StreamInfo& streamInfo) {
   const std::string sName =
       m_sPath.substr(0, m_sPath.rfind('.')) + std::to_string(m_segment + 1) + m_sExtension;
-  std::unique_ptr<FileOutput> pNext = FileOutput::create(
-      std::make_unique<JFileSocket>(sName, JFileSocket::kWrite, true), m_sExtension, sName);
-  if (pNext == nullptr) {
-    QM_THROW(JNullPointerError, "pFileOutput");
+  auto pFile = std::make_unique<JFileSocket>(sName, JFileSocket::kWrite, true);
+  std::unique_ptr<FileOutput> pNext;
+  try {
+    pNext = FileOutput::create(std::move(pFile), m_sExtension, sName);
+    if (pNext == nullptr) {
+      QM_THROW(JNullPointerError, "pFileOutput");
+    }
+    pNext->getParams() = m_pOutput->getParams();
+    pNext->open(&streamInfo, m_pOutput->getStreamParams(1), nullptr);
+  } catch (JError* pError) {
+    qm_err::CaughtError error(pError);
+    pNext.reset();
+    deleteBackupFile(sName);
+    error.rethrow();
   }
-  pNext->getParams() = m_pOutput->getParams();
-  pNext->open(&streamInfo, m_pOutput->getStreamParams(1), nullptr);
   m_pOutput = std::move(pNext);
   ++m_segment;
 }
@@ -376,6 +394,11 @@ bool StorageAccessController3X4X::DataReceiver::writeFrame() {
   try {
     m_pOutput->writeBitstream(1, m_oBs, 0, 0);
     ++m_framesWritten;
+    // A child says itself, by its status, what it makes of its input; a file with nothing but authentication
+    // has no index to end with.
+    if (!m_sPath.empty() && qm_ci::getFrameKind(m_oBs.getPictureType()) != qm_ci::kFrameKindAuthentication) {
+      m_pOutput->tellUnfinished(&m_bUnfinished);
+    }
     return true;
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);

@@ -86,6 +86,7 @@ class StorageAccessController3X4X::DataReceiver : public JThread {
   std::string m_sError;
   std::uint32_t m_framesWritten = 0;
   std::uint32_t m_segment = 0;  ///< files begun on the way
+  bool m_bUnfinished = false;   ///< a file with frames lacks its end
   const JParams* m_pFileParams;
 
   std::atomic<bool> m_bAborted{false};

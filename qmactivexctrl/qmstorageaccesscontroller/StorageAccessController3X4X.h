@@ -67,11 +67,13 @@ class StorageAccessController3X4X : public GenerationController {
   bool checkBackup(const BackupTexts& texts, const std::string& sStart, const std::string& sEnd);
   std::unique_ptr<JParams> callForBackup(const char* szRpc, std::initializer_list<RpcArgument> arguments,
                                          const char* szFailure);
+  bool isAccepted(const JParams* pAnswer, const char* szFailure);
   bool askForSource(const Recording& recording, BackupSource& source);
   static std::unique_ptr<FileOutput> openOutput(const Recording& recording, const BackupSource& source,
                                                 std::unique_ptr<JSocket> pOutputSocket,
                                                 const std::string& sExtension, const std::string& sPath,
                                                 JParams& fileParams);
+  static void deleteBackupFile(const std::string& sPath);
   bool pull(const Recording& recording, const std::string& sProtocol, std::uint16_t uPort,
             DataReceiver& receiver);
 

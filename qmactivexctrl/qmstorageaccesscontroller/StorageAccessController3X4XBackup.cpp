@@ -28,24 +28,12 @@ constexpr std::int32_t kSizeFailed = 1;
 constexpr std::int32_t kSizeUnknown = 0;
 
 constexpr const char* kRpcFailed = "Remote Backup Failed: RPC";
+constexpr const char* kLocalRpcFailed = "Local Backup Failed: RPC";
 
 std::string offeredProtocols() {
   std::string sProtocols;
   qm_stream::protocolText(sProtocols, qm_stream::kPulledProtocol);
   return sProtocols;
-}
-
-/// Deletes the file of a backup that has failed; one into a child has no path.
-void deleteBackupFile(const std::string& sPath) {
-  if (sPath.empty()) {
-    return;
-  }
-  try {
-    qm_utils::deleteFile(sPath);
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    JCATCH_LOG(error.get());
-  }
 }
 
 /// Closes a child's input and waits until it has ended.
@@ -132,6 +120,31 @@ std::unique_ptr<JParams> StorageAccessController3X4X::callForBackup(
   return pAnswer;
 }
 
+/// Whether there is an answer that isn't a refusal; one that can't be read is a failed call.
+bool StorageAccessController3X4X::isAccepted(const JParams* pAnswer, const char* szFailure) {
+  bool bAccepted = false;
+  return pAnswer != nullptr && attempt(szFailure, [&] { bAccepted = checkRemoteError(*pAnswer); }) &&
+         bAccepted;
+}
+
+/// Deletes a file of a backup in which nothing is; one into a child has no path. A device, such as the null
+/// device, stays.
+void StorageAccessController3X4X::deleteBackupFile(const std::string& sPath) {
+  if (sPath.empty()) {
+    return;
+  }
+  try {
+    std::uint32_t uType = 0;
+    qm_utils::getFileInfo(sPath, &uType);
+    if (uType == qm_utils::kPlainFile) {
+      qm_utils::deleteFile(sPath);
+    }
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
+  }
+}
+
 /// The copy that runs, for whoever cancels it.
 class StorageAccessController3X4X::RunningCopy {
  public:
@@ -195,8 +208,8 @@ std::int32_t StorageAccessController3X4X::localCopy(const std::string& sSource, 
                                                           {"TsBackupEndDate", RpcDate(sEnd)},
                                                           {"BackupPath", sPath},
                                                           {"WithAuthentication", true}},
-                                                         "Local Backup Failed: RPC");
-  return pAnswer != nullptr && checkRemoteError(*pAnswer) ? kDone : kCommandFailed;
+                                                         kLocalRpcFailed);
+  return isAccepted(pAnswer.get(), kLocalRpcFailed) ? kDone : kCommandFailed;
 }
 
 std::int32_t StorageAccessController3X4X::getRecordingSize(const std::string& sSource, std::int32_t iFps,
@@ -259,7 +272,7 @@ bool StorageAccessController3X4X::askForSource(const Recording& recording, Backu
                                   {"TsBackupEndDate", RpcDate(recording.sEnd)},
                                   {"SupportedProtocols", sProtocols}},
                                  kRpcFailed);
-  if (source.pAnswer == nullptr || !checkRemoteError(*source.pAnswer)) {
+  if (!isAccepted(source.pAnswer.get(), kRpcFailed)) {
     return false;
   }
   return attempt("Remote Backup Failed: Stream Info Deserialisation", [&] {
@@ -308,6 +321,8 @@ bool StorageAccessController3X4X::runBackup(const std::string& sSource, std::int
   RunningCopy runningCopy(*this);  // gone before what it may abort
   if (!checkBackup({kRemoteNotConnected, kRemoteBadDate, kRemoteTooLarge}, sStart, sEnd) ||
       !askForSource(recording, source)) {
+    pOutputSocket.reset();
+    deleteBackupFile(sPath);
     return true;
   }
   if (sExtension.empty()) {
@@ -356,7 +371,7 @@ bool StorageAccessController3X4X::pull(const Recording& recording, const std::st
                                                           {"WithAuthentication", true},
                                                           {"ProtocolVersion", sProtocol}},
                                                          kRpcFailed);
-  const bool bAccepted = pAnswer != nullptr && checkRemoteError(*pAnswer);
+  const bool bAccepted = isAccepted(pAnswer.get(), kRpcFailed);
   if (!bAccepted) {
     receiver.cancel();  // no connection will come
   }

@@ -65,19 +65,24 @@ std::string ServedArchive::unit(const std::string& sSource, std::int32_t iFps) c
   return sDirectory;
 }
 
-void ServedArchive::record(const std::string& sSource, std::int32_t iFps, std::uint64_t uFirst,
-                           std::uint64_t uFrames, const qm_ci::StreamInfo& stream) const {
+std::string ServedArchive::record(const std::string& sSource, std::int32_t iFps, std::uint64_t uFirst,
+                                  std::uint64_t uFrames, const qm_ci::StreamInfo& stream, std::size_t uSize,
+                                  std::uint16_t wPictureType) const {
   const std::string sPath = temp.path("recording.asf");
   {
     const auto pOutput = writerOf("asf", sPath);
     pOutput->open(&stream, nullptr, nullptr);
     for (std::uint64_t i = uFirst; i < uFirst + uFrames; ++i) {
-      write(*pOutput, 1, numbered(1, i));
+      Frame frame = numbered(1, i, uSize);
+      frame.wPictureType = wPictureType;
+      write(*pOutput, 1, frame);
     }
   }
   const TimeSpan span(timeOfFrame(uFirst), timeOfFrame(uFirst + uFrames - 1));
   const std::string sName = Slice::computeFileName(span, std::filesystem::file_size(sPath), ".asf");
-  std::filesystem::rename(sPath, unit(sSource, iFps) + "/" + sName);
+  const std::string sSlice = unit(sSource, iFps) + "/" + sName;
+  std::filesystem::rename(sPath, sSlice);
+  return sSlice;
 }
 
 void ServedArchive::serve(const qm_manager::Manager::Settings& settings) {

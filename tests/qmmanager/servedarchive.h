@@ -41,9 +41,11 @@ class ServedArchive {
   /// The directory of a unit, which is made. Before `serve`.
   std::string unit(const std::string& sSource, std::int32_t iFps) const;
 
-  /// Writes a slice of so many frames, from one on, with the payloads that `numbered` gives them.
-  void record(const std::string& sSource, std::int32_t iFps, std::uint64_t uFirst, std::uint64_t uFrames,
-              const qm_ci::StreamInfo& stream) const;
+  /// Writes a slice of so many frames, from one on, with the payloads that `numbered` gives them. Returns its
+  /// path.
+  std::string record(const std::string& sSource, std::int32_t iFps, std::uint64_t uFirst,
+                     std::uint64_t uFrames, const qm_ci::StreamInfo& stream, std::size_t uSize = 50,
+                     std::uint16_t wPictureType = 1) const;
 
   /// Takes the archive, starts a Manager and connects to it, with what was there before gone first.
   void serve(const qm_manager::Manager::Settings& settings = {});

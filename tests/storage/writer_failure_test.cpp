@@ -49,10 +49,13 @@ TEST(Writers, LeaveTheUnfinishedFileWhenFinishingFails) {
       write(*pOutput, 1, frame(1));
       write(*pOutput, 1, frame(2));
       const std::string sOpen = readFile(dir.path("a"));
+      bool bUnfinished = false;
+      pOutput->tellUnfinished(&bUnfinished);
       arm(qm_platform::Seam::kFile, nth, FaultKind::kError, true);
       pOutput.reset();
       fired = qm_platform::disarmFaults() ? 1 : 0;
       EXPECT_EQ(fired != 0, !log.messages().empty());
+      EXPECT_EQ(fired != 0, bUnfinished);
       const std::string sFile = readFile(dir.path("a"));
       if (fired != 0 && nth == 1) {
         EXPECT_EQ(sFile, sOpen);

@@ -126,6 +126,7 @@ int runCommandLine(int argc, const char* const* argv, Context& context) {
   addCopyCommands(app, context);
   addFileCommands(app, context);
   addExportCommand(app, context);
+  addImportCommand(app, context);
   addScriptCommand(app, context);
   try {
     app.parse(argc, argv);

@@ -30,6 +30,7 @@ void addArchiveCommands(CLI::App& app, Context& context);
 void addCopyCommands(CLI::App& app, Context& context);
 void addFileCommands(CLI::App& app, Context& context);
 void addExportCommand(CLI::App& app, Context& context);
+void addImportCommand(CLI::App& app, Context& context);
 void addScriptCommand(CLI::App& app, Context& context);
 
 /// A command with an example in its help text.

@@ -93,11 +93,6 @@ void copyLocal(Context& context, const Arguments& given) {
   tellDone(context, "copy-local");
 }
 
-[[noreturn]] void failInterrupted(int iSignal, const std::string& sText) {
-  constexpr int kFirst = 128;  // as shells tell it
-  throw Failure(static_cast<ExitStatus>(kFirst + iSignal), "interrupted; " + sText);
-}
-
 /// The bytes of a file; 0 when there is none.
 std::uint64_t sizeOf(const std::string& sFile) {
   std::error_code error;
@@ -111,13 +106,22 @@ class ProgressBar {
   ProgressBar(Context& context, std::string sFile, std::uint64_t uExpected)
       : m_line(context), m_sFile(std::move(sFile)), m_uExpected(uExpected) {}
 
-  void show() {
-    const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_start);
-    m_line.showText(progressLine(sizeOf(m_sFile), m_uExpected, static_cast<std::uint64_t>(passed.count())));
+  void show() { show(sizeOf(m_sFile), m_uExpected); }
+
+  /// Leaves a line on the terminal that tells of the whole copy.
+  void finish() {
+    const std::uint64_t uSize = sizeOf(m_sFile);
+    show(uSize, uSize);
+    m_line.keep();
   }
 
  private:
   using Clock = std::chrono::steady_clock;
+
+  void show(std::uint64_t uSize, std::uint64_t uExpected) {
+    const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_start);
+    m_line.showText(progressLine(uSize, uExpected, static_cast<std::uint64_t>(passed.count())));
+  }
 
   Progress m_line;
   const std::string m_sFile;
@@ -181,6 +185,9 @@ void copy(Context& context, const Arguments& given) {
   session.getControl().RemoteCopy(recording.sSource.c_str(), recording.iFps, sPath.c_str(),
                                   recording.sStart.c_str(), recording.sEnd.c_str(), iResult);
   const int iSignal = watch.finish();
+  if (pBar && iResult == 0) {
+    pBar->finish();
+  }
   pBar.reset();
   const bool bKept = target.holdsCopy();
   const std::string sKept = "'" + given.sPath + "' holds what had come until then";

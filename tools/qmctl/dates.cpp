@@ -68,25 +68,9 @@ bool isDayOfMonth(int iYear, int iMonth, int iDay) {
       .ok();
 }
 
-/// The system's own form. It reads no further than the microseconds; here, what stands behind them can only
-/// be "UTC", so that no other zone is taken for it.
 std::optional<JTime> parseOwnForm(const std::string& sDate) {
-  int iMonth = 0;
-  int iDay = 0;
-  int iYear = 0;
-  int iHour = 0;
-  int iMinute = 0;
-  int iSecond = 0;
-  int iMicrosecond = 0;
   JTime time;
-  if (!qm_utils::isValidNtpDate(sDate.c_str(), iMonth, iDay, iYear, iHour, iMinute, iSecond, iMicrosecond) ||
-      !isDayOfMonth(iYear, iMonth, iDay) || !qm_utils::parseNtpDate(sDate.c_str(), time)) {
-    return std::nullopt;
-  }
-  const std::size_t uLastNumber = sDate.find_first_of(kDigits, sDate.find('.'));
-  const std::string_view sSuffix =
-      std::string_view(sDate).substr(std::min(sDate.find_first_not_of(kDigits, uLastNumber), sDate.size()));
-  return sSuffix.empty() || sSuffix == "UTC" ? std::optional(time) : std::nullopt;
+  return qm_utils::parseExactNtpDate(sDate, time) ? std::optional(time) : std::nullopt;
 }
 
 /// ISO 8601, the extended form in UTC; a blank may stand in the place of the "T" (RFC 3339).

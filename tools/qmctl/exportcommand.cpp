@@ -62,6 +62,12 @@ class Export {
 
   void run() {
     const Interrupt interrupt;
+    if (!FrameWalk::isFinished(m_reader.getFileInfo()) &&
+        FrameWalk::formatOf(m_reader.getFileInfo()) != std::string("mp3")) {
+      m_context.error << "qmctl: " << printable(m_given.sFile)
+                      << ": its writer didn't come to its end, or the end was cut off; what there is of it "
+                         "is exported\n";
+    }
     chooseStreams();
     {
       Progress progress(m_context);
@@ -106,7 +112,8 @@ class Export {
     if (!pCoding) {
       throw Failure(kFailed, sStream + ", which no common player knows; it can't be exported");
     }
-    if (pCoding->codec_id == AV_CODEC_ID_RAWVIDEO && formatOf(m_reader.getFileInfo()) == std::string("asf")) {
+    if (pCoding->codec_id == AV_CODEC_ID_RAWVIDEO &&
+        FrameWalk::formatOf(m_reader.getFileInfo()) == std::string("asf")) {
       throw Failure(kFailed, sStream +
                                  ", and an ASF file doesn't tell whether the top line of such pictures "
                                  "comes first or last; it can't be exported");

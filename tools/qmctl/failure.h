@@ -11,8 +11,8 @@ enum ExitStatus : int {
   kFailed = 1,         ///< the operation failed
   kWrongUsage = 2,     ///< nothing was tried
   kNoConnection = 3,   ///< the Manager wasn't reached
-  kInterrupted = 130,  ///< SIGINT has ended a copy or an export
-  kTerminated = 143,   ///< SIGTERM has ended a copy
+  kInterrupted = 130,  ///< SIGINT has ended a copy, an export or an import
+  kTerminated = 143,   ///< SIGTERM has ended a copy or an import
 };
 
 /// Ends a command. The text goes to standard error, line by line.
@@ -25,5 +25,11 @@ class Failure : public std::runtime_error {
  private:
   ExitStatus m_eStatus;
 };
+
+/// Ends a command that a signal has ended in order; the text says what is left.
+[[noreturn]] inline void failInterrupted(int iSignal, const std::string& sText) {
+  constexpr int kFirst = 128;  // as shells tell it
+  throw Failure(static_cast<ExitStatus>(kFirst + iSignal), "interrupted; " + sText);
+}
 
 }  // namespace qmctl

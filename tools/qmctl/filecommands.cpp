@@ -48,10 +48,11 @@ StreamFacts factsOf(const FrameReader& reader, std::uint32_t uNumber, bool bFini
   const FileStreamInfo& stream = *reader.getFileInfo().getStream(uNumber);
   StreamFacts facts{stream.getStreamInfo(), stream.getCount(), stream.getFirstDate(), stream.getLastDate()};
   if (!bFinished) {
-    facts.uFrames = static_cast<std::uint32_t>(reader.getInput().getLastNumber(uNumber) + 1);
-    if (stream.hasTimes() && stream.getCount() > 0) {
-      facts.first = stream.getTimeByNumber(0);
-      facts.last = stream.getTimeByNumber(stream.getCount() - 1);
+    const FrameWalk::Seen& seen = reader.getSeen(uNumber);
+    facts.uFrames = seen.uFrames;
+    if (seen.uFrames > 0) {
+      facts.first = JTime::fromMicroseconds(seen.ullFirst);
+      facts.last = JTime::fromMicroseconds(seen.ullLast);
     }
   }
   return facts;
@@ -145,11 +146,11 @@ void printFacts(Context& context, const std::string& sFile, const FileInfo& file
 void printInfo(Context& context, const std::string& sFile) {
   FrameReader reader(sFile, context.error);
   FileInfo& fileInfo = reader.getFileInfo();
-  const bool bFinished = isFinished(fileInfo);
+  const bool bFinished = FrameWalk::isFinished(fileInfo);
   while (!bFinished && reader.next()) {
     // Only a walk tells what such a file holds.
   }
-  Json facts{{"format", formatOf(fileInfo)},
+  Json facts{{"format", FrameWalk::formatOf(fileInfo)},
              {"finished", bFinished},
              {"dataSize", fileInfo.getDataSize()},
              {"parameters", toJson(fileInfo.getParams())},

@@ -6,6 +6,7 @@
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "coreapi/qmutils/time/ntpdate.h"
 #include "coreapi/qmxml/qmxml.h"
+#include "storage/ASFIO/ASFFileInfo.h"
 #include "storage/FileInfo.h"
 #include "tools/qmctl/dates.h"
 #include "tools/qmctl/failure.h"
@@ -31,10 +32,10 @@ FileInfo::Ptr describe(const std::string& sFile) {
   onFile(sFile, [&] {
     JFileSocket socket(sFile, JFileSocket::kRead, true);
     pFileInfo = FileInfo::create(socket, sFile, false);
+    if (!pFileInfo) {
+      FrameWalk::refuseKind(sFile);
+    }
   });
-  if (!pFileInfo) {
-    throw Failure(kFailed, sFile + ": not a media file of a kind known (ASF, AVI, WAVE, MP3)");
-  }
   return pFileInfo;
 }
 
@@ -72,7 +73,7 @@ void report(Context& context, const char* szCommand, bool bChanged, const FileIn
 
 /// Why a kind of file can't get an index.
 [[noreturn]] void refuseRebuild(const FileInfo& fileInfo) {
-  const std::string sFormat = formatOf(fileInfo);
+  const std::string sFormat = FrameWalk::formatOf(fileInfo);
   const std::string sFile = fileInfo.getFileName() + ": ";
   if (sFormat == "avi") {
     throw Failure(kFailed, sFile + "has no index, and the index of an AVI file can't be written anew");
@@ -86,15 +87,19 @@ void report(Context& context, const char* szCommand, bool bChanged, const FileIn
 void rebuild(Context& context, const std::string& sFile) {
   const QMXmlUse xml;
   const FileInfo::Ptr pFileInfo = describe(sFile);
-  if (isFinished(*pFileInfo)) {
-    const bool bIndexed = std::string(formatOf(*pFileInfo)) != "wave";
+  if (FrameWalk::isFinished(*pFileInfo)) {
+    const bool bIndexed = std::string(FrameWalk::formatOf(*pFileInfo)) != "wave";
     report(context, "rebuild", false, *pFileInfo,
            bIndexed ? "the file has its index and its final header; nothing is to be done"
                     : "the file has its final header and needs no index; nothing is to be done");
     return;
   }
-  if (formatOf(*pFileInfo) != std::string("asf")) {
+  if (FrameWalk::formatOf(*pFileInfo) != std::string("asf")) {
     refuseRebuild(*pFileInfo);
+  }
+  if (dynamic_cast<const ASFFileInfo&>(*pFileInfo).getKind() == 0) {
+    throw Failure(kFailed,
+                  sFile + ": is of the earliest kind, which can't get an index; its frames can be read");
   }
   {
     RebuildProgress progress(context);
@@ -114,10 +119,10 @@ std::string dateText(JTime time) {
 /// Refuses what would change nothing, or leave nothing.
 void checkCut(const FileInfo& fileInfo, JTime date) {
   const std::string sFile = fileInfo.getFileName() + ": ";
-  if (formatOf(fileInfo) != std::string("asf")) {
+  if (FrameWalk::formatOf(fileInfo) != std::string("asf")) {
     throw Failure(kFailed, sFile + "only an ASF file can be cut");
   }
-  if (!isFinished(fileInfo)) {
+  if (!FrameWalk::isFinished(fileInfo)) {
     throw Failure(kFailed, sFile + "was never finished; 'qmctl file rebuild' first");
   }
   const FileStreamInfo* const pStream = fileInfo.getStream(1);

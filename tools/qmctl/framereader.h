@@ -6,25 +6,16 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "coreapi/qmci/bitstream.h"
-#include "coreapi/qmxml/qmxml.h"
-#include "storage/FileInput.h"
+#include "storage/FrameWalk.h"
 
 namespace qmctl {
 
 /// Runs a step on a file. What it throws comes out as a `Failure` (failed) with the file's name in front.
 void onFile(const std::string& sFile, const std::function<void()>& step);
 
-/// "asf", "avi", "wave" or "mp3".
-const char* formatOf(const FileInfo& fileInfo) noexcept;
-
-/// Whether a file's writer came to its end: it has its final header, and its index if its kind has one.
-bool isFinished(const FileInfo& fileInfo);
-
-/// The frames of a media file of any origin, from the first to the last, with their payload. Its index is
-/// read into memory, so that a file that shrinks meanwhile can't end the process.
+/// The frames of a media file of any origin, from the first to the last, with their payload.
 class FrameReader {
  public:
   /// Opens a file. Throws `Failure` for what isn't a media file of a kind known, is damaged or can't be
@@ -36,30 +27,28 @@ class FrameReader {
   /// `Failure` for a finished file that is damaged.
   bool next();
 
-  FileInfo& getFileInfo() const { return m_pInput->getFileInfo(); }
-  const FileInput& getInput() const { return *m_pInput; }
+  FileInfo& getFileInfo() const { return m_pWalk->getFileInfo(); }
+  const FileInput& getInput() const { return m_pWalk->getInput(); }
 
   // The frame. Valid until the next one.
-  std::uint32_t getStream() const noexcept { return m_uStream; }
-  const qm_ci::Bitstream& getFrame() const noexcept { return m_frame; }
-  std::span<const std::uint8_t> getPayload() const noexcept { return m_payload; }
+  std::uint32_t getStream() const noexcept { return m_pWalk->getStream(); }
+  const qm_ci::Bitstream& getFrame() const noexcept { return m_pWalk->getFrame(); }
+  std::span<const std::uint8_t> getPayload() const noexcept {
+    return {getFrame().getPacketData(0), m_pWalk->getSize()};
+  }
+
+  /// See FrameWalk.
+  const FrameWalk::Seen& getSeen(std::uint32_t uStream) const { return m_pWalk->getSeen(uStream); }
 
   /// Bytes of payload that have been read.
-  std::uint64_t getBytesRead() const noexcept { return m_uBytes; }
+  std::uint64_t getBytesRead() const noexcept { return m_pWalk->getBytes(); }
 
  private:
-  void end(int iResult);
-  void tell(const std::string& sText);
-
-  QMXmlUse m_xml;
   std::string m_sFile;
-  std::ostream& m_error;
-  std::unique_ptr<FileInput> m_pInput;
-  bool m_bFinished;
-  qm_ci::Bitstream m_frame;
-  std::uint32_t m_uStream = 0;
-  std::span<const std::uint8_t> m_payload;
-  std::uint64_t m_uBytes = 0;
+  std::unique_ptr<FrameWalk> m_pWalk;
 };
+
+/// Tells of a file on standard error.
+void tellOf(std::ostream& error, const std::string& sFile, const std::string& sText);
 
 }  // namespace qmctl

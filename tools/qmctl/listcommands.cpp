@@ -8,6 +8,7 @@
 
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/params/jparams.h"
+#include "coreapi/qmutils/time/jtime.h"
 #include "tools/qmctl/text.h"
 
 namespace qmctl {
@@ -91,12 +92,22 @@ Json textToJson(const RowField& /*field*/, const std::string& sValue) {
   return sValue;
 }
 
+/// An open end of a validity is the date 0, which no row can print.
+std::string protectionToCell(const RowField& field, const std::string& sValue) {
+  if (sValue != JTime::zero().toUSFormat()) {
+    return sValue;
+  }
+  const std::string_view sLabel = field.szLabel;
+  return sLabel == "ValidityStartDate" ? "at once" : sLabel == "ValidityEndDate" ? "for good" : sValue;
+}
+
 /// A query about one recording, as a command of a group.
 struct RecordingQuery {
   const char* szName;
   const char* szDescription;
   std::span<const RowField> fields;
   QMStatus (JQMStorageAccessCtrl::*query)(const char16_t*, std::int32_t, std::int32_t&);
+  std::string (*toCell)(const RowField& field, const std::string& sValue) = nullptr;
 };
 
 void addRecordingQuery(CLI::App& group, Context& context, const RecordingQuery& query) {
@@ -111,7 +122,7 @@ void addRecordingQuery(CLI::App& group, Context& context, const RecordingQuery& 
   command.callback([=, &context] {
     context.todo = [=, &context] {
       const std::u16string sSource = toControl(pArguments->sSource);
-      printRows(context, {query.fields, nullptr, nullptr, "there is no entry"},
+      printRows(context, {query.fields, nullptr, query.toCell, "there is no entry"},
                 [&](auto& control, auto& iQueryId) {
                   (control.*query.query)(sSource.c_str(), pArguments->iFps, iQueryId);
                 });
@@ -189,9 +200,9 @@ void addListCommands(CLI::App& app, Context& context) {
   log.require_subcommand(1);
   addRecordingQuery(log, context,
                     {"alarm", "Alarms and their spans", kAlarmFields, &JQMStorageAccessCtrl::AlarmLogQuery});
-  addRecordingQuery(
-      log, context,
-      {"protection", "Protected spans", kProtectionFields, &JQMStorageAccessCtrl::ProtectedLogQuery});
+  addRecordingQuery(log, context,
+                    {"protection", "Protected spans", kProtectionFields,
+                     &JQMStorageAccessCtrl::ProtectedLogQuery, protectionToCell});
   addRecordingQuery(
       log, context,
       {"metadata", "Spans that carry metadata", kMetaDataFields, &JQMStorageAccessCtrl::MetaDataLogQuery});

@@ -41,4 +41,11 @@ void Progress::showText(const std::string& sText) {
   m_uLength = sText.size();
 }
 
+void Progress::keep() {
+  if (m_uLength > 0) {
+    m_out << '\n' << std::flush;
+    m_uLength = 0;
+  }
+}
+
 }  // namespace qmctl

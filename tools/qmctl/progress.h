@@ -8,8 +8,8 @@
 
 namespace qmctl {
 
-/// How far a long work is, on one line of a terminal, which is cleared at the end. Shows nothing where
-/// standard error is no terminal.
+/// How far a long work is, on one line of a terminal, which is cleared at the end unless it is kept. Shows
+/// nothing where standard error is no terminal.
 class Progress {
  public:
   explicit Progress(Context& context) : m_out(context.error), m_bShown(context.bShowProgress) {}
@@ -22,6 +22,9 @@ class Progress {
 
   /// A text that takes the place of the last one.
   void showText(const std::string& sText);
+
+  /// Leaves on the terminal what was shown last.
+  void keep();
 
  private:
   std::ostream& m_out;

@@ -93,6 +93,14 @@ std::size_t JRPCServer::getConnectionCount() const {
   return m_connections.size();
 }
 
+std::unique_ptr<JSockAddr> JRPCServer::getCurrentPeer() {
+  Connection* const pConnection = Connection::current();
+  if (pConnection == nullptr) {
+    QM_THROW(JTextError, "no request is being served here");
+  }
+  return pConnection->getSocket()->getRemoteAddress();
+}
+
 // Moving a connection to another server.
 
 JMutex& JRPCServer::handOverMutex() {

@@ -14,6 +14,7 @@
 
 class JIoSocket;
 class JParams;
+class JSockAddr;
 
 /// The server's side of the line protocol: one thread for each connection, which reads request lines and
 /// writes their answers. A service derives from it and overrides `dispatch`.
@@ -61,6 +62,10 @@ class JRPCServer : public JTraceableObject {
   void addConnection(std::unique_ptr<JIoSocket> pSocket);
 
   std::size_t getConnectionCount() const;
+
+  /// The address of the client whose request the calling thread serves. Throws JTextError on any other
+  /// thread, and JSysError "getpeername" when the client has gone.
+  static std::unique_ptr<JSockAddr> getCurrentPeer();
 
   /// The version that the service tells its clients. Set before the first connection.
   const JRPCVersion& getVersion() const noexcept { return m_version; }

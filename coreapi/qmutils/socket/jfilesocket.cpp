@@ -145,6 +145,7 @@ void JFileSocket::close() {
   }
   const int iDeleteError = m_sDeleted.empty() ? 0 : qm_platform::deleteOpened(iFile, m_sDeleted);
   const int iCloseError = qm_platform::closeDescriptor(iFile);
+  m_bCloseFailed = iCloseError != 0;
   for (const int iError : {iDeleteError, iCloseError}) {
     if (iError != 0) {
       qm_err::log(qm_err::kLogError, "JFileSocket::close - error on \"%s\": %s", m_sPath.c_str(),

@@ -62,8 +62,12 @@ class JFileSocket : public JSocket {
   /// `seek(0, kStart)`; returns 0.
   int rewind() override;
 
-  /// Closes the file. A second call does nothing. A failure that the system keeps until now is logged.
+  /// Closes the file. A second call does nothing. A failure that the system keeps until now, as file systems
+  /// on other machines do with what a full disk refuses, is logged.
   void close() override;
+
+  /// Whether closing has failed: what was written may not be in the file.
+  bool hasCloseFailed() const noexcept { return m_bCloseFailed; }
 
   /// Writes everything and returns its length. Throws JNoSpaceLeftError "WriteFile" when the disk, a quota or
   /// the largest size of a file ends it, JSysError "WriteFile" else; what had gone out before stays in the
@@ -158,6 +162,7 @@ class JFileSocket : public JSocket {
   int m_iFile = -1;
   bool m_bPlain = false;       ///< a plain file: reads are filled up, and no write raises a signal
   bool m_bUnbuffered = false;  ///< transfers go past the system's cache
-  std::string m_sPath;         ///< of a file that was opened by its path, for messages
-  std::string m_sDeleted;      ///< absolute path of a file that is deleted when it is closed; else empty
+  bool m_bCloseFailed = false;
+  std::string m_sPath;     ///< of a file that was opened by its path, for messages
+  std::string m_sDeleted;  ///< absolute path of a file that is deleted when it is closed; else empty
 };

@@ -68,7 +68,6 @@ std::unique_ptr<JSocket> JTCPSocket::accept(std::unique_ptr<JSockAddr>* pPeer) {
   return iConnection == -1 ? nullptr : std::make_unique<JTCPSocket>(JSocketNumber{iConnection});
 }
 
-/// Fails when a write that still has bytes to go has lasted longer than the write time-out.
 void JTCPSocket::checkWriteTime(std::int64_t iStart, const char* szOperation) const {
   constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
   const std::int64_t iLimit = getWriteTimeout();

@@ -90,7 +90,11 @@ class JTCPSocket : public JStreamSocket {
   /// As in `JStreamSocket`, with a `JTCPSocket` of the default name and no trace mask.
   std::unique_ptr<JSocket> accept(std::unique_ptr<JSockAddr>* pPeer = nullptr) override;
 
+ protected:
+  /// Whether a write that still has bytes to go may last on; `iStart` is when it began, nanoseconds of the
+  /// steady clock. Throws JTimeoutError: here when it has lasted longer than the write time-out.
+  virtual void checkWriteTime(std::int64_t iStart, const char* szOperation) const;
+
  private:
   void createHandle();
-  void checkWriteTime(std::int64_t iStart, const char* szOperation) const;
 };

@@ -1,5 +1,6 @@
 #include "coreapi/qmutils/time/ntpdate.h"
 
+#include <algorithm>
 #include <tuple>
 
 #include "coreapi/qmutils/text/jtext.h"
@@ -9,6 +10,8 @@
 namespace qm_utils {
 
 namespace {
+
+constexpr const char* kSuffix = "UTC";
 
 constexpr bool isWithin(int iNumber, int iLowest, int iHighest) noexcept {
   return iNumber >= iLowest && iNumber <= iHighest;
@@ -66,12 +69,32 @@ bool parseNtpDate(const char* szText, JTime& time) {
   return parse<JUTCSplitTime>(szText, time);
 }
 
+bool parseExactNtpDate(const std::string& sText, JTime& time) {
+  constexpr const char* kDigits = "0123456789";
+  time = JTime();
+  int iMonth = 0, iDay = 0, iYear = 0, iHour = 0, iMinute = 0, iSecond = 0, iMicrosecond = 0;
+  JTime read;
+  if (!isValidNtpDate(sText.c_str(), iMonth, iDay, iYear, iHour, iMinute, iSecond, iMicrosecond) ||
+      !parseNtpDate(sText.c_str(), read)) {
+    return false;
+  }
+  // A day that the month doesn't have has become one of the next month.
+  const bool bDay = JUTCSplitTime(read).getFields().iDayOfMonth == iDay;
+  const std::size_t lastNumber = sText.find_first_of(kDigits, sText.find('.'));
+  const std::size_t behind = std::min(sText.find_first_not_of(kDigits, lastNumber), sText.size());
+  if (!bDay || (behind < sText.size() && sText.compare(behind, std::string::npos, kSuffix) != 0)) {
+    return false;
+  }
+  time = read;
+  return true;
+}
+
 bool parseLocalNtpDate(const char* szText, JTime& time) {
   return parse<JLocalSplitTime>(szText, time);
 }
 
 void formatNtpDate(JTime time, std::string& sText) {
-  write<JUTCSplitTime>(time, sText, "UTC");
+  write<JUTCSplitTime>(time, sText, kSuffix);
 }
 
 void formatLocalNtpDate(JTime time, std::string& sText) {

@@ -20,7 +20,11 @@ bool isValidNtpDate(const char* szText, int& iMonth, int& iDay, int& iYear, int&
 /// `JTime::kValidHigh`.
 bool parseNtpDate(const char* szText, JTime& time);
 
-/// Reads a date in local time, with the same result.
+/// The same for a date that something is to be dated by: nothing but the suffix may stand behind it, so that
+/// no other zone is taken for UTC, and its month must have its day.
+bool parseExactNtpDate(const std::string& sText, JTime& time);
+
+/// Reads a date in local time, with the same result as `parseNtpDate`.
 bool parseLocalNtpDate(const char* szText, JTime& time);
 
 /// Writes a time as a date in UTC, with its suffix. The empty text for a time outside `JTime::kValidLow` to

@@ -42,9 +42,10 @@ class Pushing {
   /// the client closes it.
   void push(const std::string& sWire, bool bStall = false);
 
- private:
+  /// Waits until the client has closed the connection.
   void join();
 
+ private:
   ScriptedManager& m_manager;
   std::thread m_pusher;
 };

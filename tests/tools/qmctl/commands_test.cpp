@@ -65,6 +65,18 @@ TEST(Commands, PrintTablesAndJson) {
                 "  connected  4.2      3.x/4.x\n");
 }
 
+TEST(Commands, SayInWordsWhereAProtectionHasNoEnd) {
+  const std::string sRecord = "ProtectedLog_ProtectedLog__ProtectedLogRecord_set0__";
+  SmallArchive archive;
+  archive.manager.answer("rpc_getProtectedLog", "ProtectedLog_ProtectedLog__size=1, " + sRecord +
+                                                    "ProtectedStartDate=12943620000000000, " + sRecord +
+                                                    "ProtectedEndDate=12943623600000000, " + sRecord +
+                                                    "ValidityStartDate=0, " + sRecord +
+                                                    "ValidityEndDate=0, " + sRecord + "Details=\"why\"");
+  const auto table = runTool(archive.withServer({"log", "protection", "gate", "25"}));
+  EXPECT_THAT(table.sOut, testing::EndsWith("11:00:00.000000UTC  at once     for good     why\n"));
+}
+
 /// Escapes sequences of a terminal can stand in any name that a Manager gives.
 TEST(Commands, LetNoControlCharacterReachTheTerminal) {
   SmallArchive archive;
