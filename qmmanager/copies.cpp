@@ -58,7 +58,6 @@ void Copies::push(std::unique_ptr<RecordedFrames> pFrames, const qm_stream::Stre
                   const JInetAddr& client) {
   const auto copy = enter({std::make_unique<Place>(*this),
                            std::make_unique<CopyPush>(std::move(pFrames), protocol, m_settings.push)});
-  List failed;
   try {
     copy->pPush->connect(client);
     const JAutoLock lock(m_mutex);
@@ -69,12 +68,19 @@ void Copies::push(std::unique_ptr<RecordedFrames> pFrames, const qm_stream::Stre
     copy->bStarted = true;
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
-    {
-      const JAutoLock lock(m_mutex);
-      failed.splice(failed.end(), m_running, copy);
-    }
+    leave(copy);
     QM_THROW(JTextError, "no copy can be sent to " + client.toString() + ": " + error->getMessage());
+  } catch (...) {
+    leave(copy);
+    throw;
   }
+}
+
+/// Takes a copy out that hasn't begun.
+void Copies::leave(List::iterator copy) {
+  List failed;
+  const JAutoLock lock(m_mutex);
+  failed.splice(failed.end(), m_running, copy);
 }
 
 void Copies::stop() {

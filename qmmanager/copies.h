@@ -64,6 +64,7 @@ class Copies {
 
   void clearUp();
   List::iterator enter(Running running);
+  void leave(List::iterator copy);
 
   const Settings m_settings;
   mutable JMutex m_mutex;  ///< over all below; before a copy's own

@@ -12,7 +12,6 @@
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "qmmanager/copies.h"
 #include "qmmanager/recordedframes.h"
-#include "storage/FileInput.h"
 #include "storage/FileOutput.h"
 
 namespace qm_manager {
@@ -20,45 +19,6 @@ namespace qm_manager {
 namespace {
 
 constexpr std::uint32_t kStream = 1;
-
-/// A file that remembers the first failure of a write: a writer's end only logs it.
-class WatchedFile : public JFileSocket {
-  /// Runs a step; what it throws is remembered and goes on.
-  template <typename Work>
-  auto watching(Work work) {
-    try {
-      return work();
-    } catch (JError* pError) {
-      qm_err::CaughtError error(pError);
-      if (m_sFailure.empty()) {
-        m_sFailure = error->getMessage();
-      }
-      error.rethrow();
-    }
-  }
-
- public:
-  /// `sFailure` outlives the file, and stays as it is as long as nothing fails.
-  WatchedFile(const std::string& sPath, std::string& sFailure)
-      : JFileSocket(sPath, kWrite, false), m_sFailure(sFailure) {}
-
-  using JFileSocket::write;
-  using JFileSocket::writev;
-
-  std::size_t write(const void* pBuffer, std::size_t uLength) override {
-    return watching([&] { return JFileSocket::write(pBuffer, uLength); });
-  }
-  std::size_t writev(const JIoBuf* pBuffers, std::size_t uCount) override {
-    return watching([&] { return JFileSocket::writev(pBuffers, uCount); });
-  }
-  std::uint64_t seek(std::int64_t iOffset, int iWhence) override {
-    return watching([&] { return JFileSocket::seek(iOffset, iWhence); });
-  }
-  using JFileSocket::seek;
-
- private:
-  std::string& m_sFailure;
-};
 
 void deleteIfThere(const std::string& sPath) noexcept {
   try {
@@ -110,12 +70,13 @@ class CopyDirectory::Writing {
     finishPart();
     const std::string sNumber = m_parts.empty() ? std::string() : std::to_string(m_parts.size());
     const std::string& sName = enter(m_sBase + sNumber + m_sExtension);
-    auto pFile = std::make_unique<WatchedFile>(workOf(sName), m_sFailure);
+    auto pFile = std::make_unique<JFileSocket>(workOf(sName), JFileSocket::kWrite, false);
     m_parts.back().bMade = true;
     m_pOutput = FileOutput::create(std::move(pFile), m_sExtension, sName);
     if (m_pOutput == nullptr) {
       QM_THROW(JTextError, "there is no writer for files \"*" + m_sExtension + "\"");
     }
+    m_pOutput->tellUnfinished(&m_bUnfinished);
     m_pOutput->getParams().add("authoringApp", std::string_view(m_sAuthoringApp));
     info.setNomMaxBitstreamSize(info.getMaxFrameSize());
     m_pOutput->open(&info, &m_properties, nullptr);
@@ -163,14 +124,10 @@ class CopyDirectory::Writing {
       return;
     }
     m_pOutput.reset();
-    if (!m_sFailure.empty()) {
-      QM_THROW(JTextError, m_sFailure);
+    if (m_bUnfinished) {
+      QM_THROW(JTextError, "the copy \"" + m_parts.back().sName + "\" couldn't be finished");
     }
-    const std::string sWork = workOf(m_parts.back().sName);
-    if (!FileInput::isValid(sWork)) {
-      QM_THROW(JTextError, "the copy \"" + m_parts.back().sName + "\" can't be read back");
-    }
-    JFileSocket(sWork, JFileSocket::kReadWrite, true).flush();
+    JFileSocket(workOf(m_parts.back().sName), JFileSocket::kReadWrite, true).flush();
   }
 
   CopyDirectory& m_directory;
@@ -178,8 +135,8 @@ class CopyDirectory::Writing {
   const std::string m_sExtension;
   const JParams& m_properties;
   const std::string& m_sAuthoringApp;
-  std::string m_sFailure;
   std::vector<Part> m_parts;
+  bool m_bUnfinished = false;
   std::unique_ptr<FileOutput> m_pOutput;  ///< the last part's
 };
 

@@ -144,6 +144,7 @@ void AlarmLog::takeLine(std::string_view sLine) {
 }
 
 void AlarmLog::save() {
+  m_records.checkWhole();
   std::string sContent;
   for (const auto& pRecord : m_records) {
     sContent += lineOf(*pRecord);

@@ -178,6 +178,11 @@ void ArchiveUnit::getExpiredSlicesbySpace(std::vector<Slice>& list) const {
   if (m_settings.uMaxSpace == 0) {
     return;
   }
+  if (!m_protectedLog.isWhole()) {
+    qm_err::log(qm_err::kLogError, "The protections in %s couldn't be read, so nothing expires\n",
+                m_sDirectory.c_str());
+    return;
+  }
   const TimeSpanList protections = getProtectedSpans(JTime::now());
   std::uint64_t uUsed = m_slices.getUsedSpace();
   for (const auto& entry : m_slices) {
@@ -378,6 +383,10 @@ void ArchiveUnit::unhide(const TimeSpanList& spans) {
 /// First out of sight and on disk, then deleted: what is interrupted in between shows nothing of the span.
 void ArchiveUnit::erase(const TimeSpan& span) {
   const JAutoLock lock(m_mutex);
+  if (!m_protectedLog.isWhole()) {
+    QM_THROW(JTextError, "The protections in %s couldn't be read, so nothing is erased",
+             m_sDirectory.c_str());
+  }
   const TimeSpanList protections = getProtectedSpans(JTime::now());
   hide(TimeSpanList::subtract({span}, protections));
   TimeSpanList deleted;

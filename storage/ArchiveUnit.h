@@ -131,7 +131,8 @@ class ArchiveUnit : public FileFactory {
   std::uint64_t getSizeWithin(const TimeSpan& range) const;
 
   /// Appends the oldest slices that must go for the unit to keep to its maximum: those that no protection in
-  /// force touches, until what protections don't hold is small enough.
+  /// force touches, until what protections don't hold is small enough. None as long as the log of the
+  /// protections couldn't be read whole.
   void getExpiredSlicesbySpace(std::vector<Slice>& list) const;
 
   // Spans that the logs tell, in order.
@@ -155,7 +156,8 @@ class ArchiveUnit : public FileFactory {
   /// Erases a span but for what protections in force hold: hides it, and deletes the slices that lie inside
   /// it whole and that no protection touches; media files are never rewritten. It is out of sight for good
   /// when this returns or throws anything but what the storing of the hidden spans throws. Throws JSysError
-  /// when a file couldn't be deleted, after trying all.
+  /// when a file couldn't be deleted, after trying all, and JTextError, before anything, as long as the log
+  /// of the protections couldn't be read whole.
   void erase(const TimeSpan& span);
 
   // The logs belong to whoever holds the mutex.

@@ -49,6 +49,13 @@ void FileInfo::addToDataSize(std::uint64_t uSize) {
   m_uDataSize += uSize;
 }
 
+void FileInfo::settleDataSize(std::uint64_t uSize) {
+  const JAutoLock lock(m_mutex);
+  if (m_uDataSize == 0 && !m_bOnFlyIndexing) {
+    m_uDataSize = uSize;
+  }
+}
+
 bool FileInfo::isOnFlyIndexing() const {
   const JAutoLock lock(m_mutex);
   return m_bOnFlyIndexing;

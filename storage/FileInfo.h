@@ -69,7 +69,7 @@ class FileInfo : public JCacheRecord {
   virtual void truncate(JTime date);
 
   /// What the file is, by what its bytes say: the magic of "RIFF", of an ASF header, "WAVE" or the first word
-  /// of MPEG audio.
+  /// of MPEG audio; 0 while MPEG audio is being written.
   std::uint32_t getTypeMagic() const noexcept { return m_uTypeMagic; }
 
   /// "avi" or "asf"; null for any other file.
@@ -105,6 +105,10 @@ class FileInfo : public JCacheRecord {
   std::uint64_t getDataSize() const;
   void setDataSize(std::uint64_t uSize);
   void addToDataSize(std::uint64_t uSize);
+
+  /// A reader has come to the end of a file whose size isn't known: that is its size then, unless a writer is
+  /// still at it and keeps the count.
+  void settleDataSize(std::uint64_t uSize);
 
   /// Whether the indexes grow as frames pass.
   bool isOnFlyIndexing() const;

@@ -57,12 +57,14 @@ void FileInfo::beginUse() {
 }
 
 void FileInfo::endUse() {
+  // Asked first: outside a cache another user may delete this as soon as the count is down.
+  const bool bCached = getCache() != nullptr;
   bool bDelete = false;
   {
     const JAutoLock lock(m_mutex);
     bDelete = --m_iUseCount == 0 && m_bDeletePending;
   }
-  if (getCache() != nullptr) {
+  if (bCached) {
     JCacheRecord::release();
   } else if (bDelete) {
     delete this;
@@ -130,6 +132,7 @@ FileInfo::Ptr FileInfo::getCached(const std::string& sName) {
   if (JCacheRecord* const pRecord = descriptions.acquire(sName)) {
     return Ptr(asFileInfo(pRecord));
   }
+  checkNoPipe(sName);
   JFileSocket socket(sName, JFileSocket::kRead, true);
   Ptr pOpened = create(socket, sName, true);
   if (pOpened) {

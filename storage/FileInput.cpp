@@ -20,6 +20,9 @@ constexpr std::uint32_t kLargestFrame = 64U << 20;
 
 constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
 
+/// The highest number of a frame that periods are taken for: numbers in indexes have 32 bits.
+constexpr std::uint64_t kMostFrames = std::numeric_limits<std::uint32_t>::max();
+
 /// Types of the sequential form.
 constexpr int kFindType = 0;
 constexpr int kAsfType = 1;
@@ -174,6 +177,12 @@ bool FileInput::isFrameValid(std::uint32_t uStream, std::uint32_t uSize) const {
   return false;
 }
 
+void FileInput::checkSingleStream(std::uint32_t uStream) {
+  if (uStream != 1) {
+    QM_THROW(EndOfFileError);
+  }
+}
+
 std::uint64_t FileInput::timeByPeriod(std::uint32_t uStream, std::uint64_t uNumber, Rounding rounding) const {
   const FileStreamInfo& stream = *m_pFileInfo->getStream(uStream);
   const FramePeriod period = stream.getPeriod();
@@ -203,7 +212,8 @@ void FileInput::moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime, std::
       continue;
     }
     const FileStreamInfo& other = *m_pFileInfo->getStream(uOther);
-    if (other.hasTimes()) {
+    // An index that is still empty has no frame in front of this one.
+    if (other.hasTimes() || (index_layout::isTimed(other.getIndexType()) && other.getCount() == 0)) {
       std::int64_t iNumber = other.getNumberAtOrBefore(JTime::fromMicroseconds(ullTime));
       while (iNumber >= 0) {
         const auto entry = other.getEntry(static_cast<std::uint32_t>(iNumber));
@@ -214,7 +224,7 @@ void FileInput::moveOthersTo(std::uint32_t uStream, std::uint64_t ullTime, std::
       }
       setLastNumber(uOther, iNumber);
     } else {
-      setLastNumber(uOther, static_cast<std::int64_t>(numberByPeriod(uOther, ullTime)));
+      setLastNumber(uOther, std::min<std::uint64_t>(numberByPeriod(uOther, ullTime), kMostFrames));
     }
   }
 }

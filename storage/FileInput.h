@@ -100,6 +100,9 @@ class FileInput {
   /// otherwise.
   bool isFrameValid(std::uint32_t uStream, std::uint32_t uSize) const;
 
+  /// Throws EndOfFileError for a stream that a file of one stream hasn't.
+  static void checkSingleStream(std::uint32_t uStream);
+
   void setLastNumber(std::uint32_t uStream, std::int64_t iNumber);
   void resetLastNumbers();
 

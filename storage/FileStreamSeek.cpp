@@ -18,10 +18,6 @@ const char* formName(IndexType eType) noexcept {
   }
 }
 
-bool isTimed(IndexType eType) noexcept {
-  return eType == FILEINDEX_NTP || eType == FILEINDEX_CI;
-}
-
 }  // namespace
 
 void FileStreamInfo::Unmap::operator()(const std::uint8_t* pView) const noexcept {
@@ -85,7 +81,7 @@ std::uint64_t FileStreamInfo::getPosByNumber(std::uint32_t& uNumber, bool bToKey
 
 std::uint64_t FileStreamInfo::getPosByTime(JTime time, std::uint32_t& uNumber, bool bToKeyFrame) const {
   const JAutoLock lock(m_mutex);
-  if (!isTimed(m_eIndexType)) {
+  if (!index_layout::isTimed(m_eIndexType)) {
     QM_THROW(JTextError, "time index not available");
   }
   const IndexView entries = view();
@@ -116,8 +112,9 @@ std::uint64_t FileStreamInfo::getPosByTime(JTime time, std::uint32_t& uNumber, b
 JTime FileStreamInfo::getTimeByNumber(std::uint32_t uNumber) const {
   const JAutoLock lock(m_mutex);
   const IndexView entries = view();
-  return isTimed(m_eIndexType) && uNumber < entries.count() ? JTime::fromMicroseconds(entries.time(uNumber))
-                                                            : JTime();
+  return index_layout::isTimed(m_eIndexType) && uNumber < entries.count()
+             ? JTime::fromMicroseconds(entries.time(uNumber))
+             : JTime();
 }
 
 bool FileStreamInfo::isKeyFrame(std::uint32_t uNumber) const {
@@ -140,13 +137,14 @@ std::optional<IndexEntry> FileStreamInfo::getEntry(std::uint32_t uNumber) const 
 
 bool FileStreamInfo::hasTimes() const {
   const JAutoLock lock(m_mutex);
-  return isTimed(m_eIndexType) && view().count() != 0;
+  return index_layout::isTimed(m_eIndexType) && view().count() != 0;
 }
 
 std::int64_t FileStreamInfo::getNumberAtOrBefore(JTime time) const {
   const JAutoLock lock(m_mutex);
   const IndexView entries = view();
-  if (!isTimed(m_eIndexType) || entries.count() == 0 || time.getMicroseconds() < entries.time(0)) {
+  if (!index_layout::isTimed(m_eIndexType) || entries.count() == 0 ||
+      time.getMicroseconds() < entries.time(0)) {
     return -1;
   }
   return entries.lastAtOrBefore(time.getMicroseconds());

@@ -1,31 +1,21 @@
 #include "storage/FrameWalk.h"
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 #include <utility>
 
 #include "coreapi/qmutils/error/jerror.h"
-#include "coreapi/qmutils/socket/fileoperations.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "storage/ASFIO/ASFFileInfoIn.h"
+#include "storage/WAVEIO/WAVEFileInfo.h"
 #include "storage/filekinds.h"
+#include "storage/fileread.h"
 
 namespace {
 
 bool isOf(const FileInfo& fileInfo, std::uint32_t uMagic) noexcept {
   return fileInfo.getTypeMagic() == uMagic;
-}
-
-/// A pipe could keep its opener waiting for ever. What isn't there is for the opening to tell.
-void refuseSystemEntry(const std::string& sFile) {
-  std::uint32_t uType = qm_utils::kPlainFile;
-  try {
-    qm_utils::getFileInfo(sFile, &uType);
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-  }
-  if (uType == qm_utils::kSystemEntry) {
-    QM_THROW(JTextError, "not a plain file");
-  }
 }
 
 }  // namespace
@@ -50,14 +40,25 @@ bool FrameWalk::isFinished(const FileInfo& fileInfo) {
   return fileInfo.getDataSize() == 0;
 }
 
+void FrameWalk::refuseKind(const std::string& sFile) {
+  std::array<char, 3> start{};
+  JFileSocket(sFile, JFileSocket::kRead, true).read(start.data(), start.size());
+  if (std::string_view(start.data(), start.size()) == "ID3") {
+    QM_THROW(JTextError, "begins with an ID3 tag of version 2, which isn't read; take it off");
+  }
+  QM_THROW(JTextError, "not a media file of a kind known (ASF, AVI, WAVE, MP3)");
+}
+
 FrameWalk::FrameWalk(const std::string& sFile, Tell tell) : m_tell(std::move(tell)) {
-  refuseSystemEntry(sFile);
+  checkNoPipe(sFile);
   auto pSocket = std::make_unique<JFileSocket>(sFile, JFileSocket::kRead, true);
+  m_pFile = pSocket.get();
   m_pInput = FileInput::create(std::move(pSocket), false, sFile);
   if (!m_pInput) {
-    QM_THROW(JTextError, "not a media file of a kind known (ASF, AVI, WAVE, MP3)");
+    refuseKind(sFile);
   }
   m_bFinished = isFinished(getFileInfo());
+  m_seen.resize(getFileInfo().getStreamCount());
 }
 
 bool FrameWalk::next() {
@@ -91,11 +92,30 @@ bool FrameWalk::pass() {
 /// The last frame of a wave file is filled up; what the file hasn't isn't given out as its sound.
 void FrameWalk::take(std::uint32_t uSize) {
   m_uSize = uSize;
-  if (m_bFinished && isOf(getFileInfo(), file_kinds::kWaveMagic)) {
-    const std::uint64_t uLeft = getFileInfo().getDataSize() - std::min(getFileInfo().getDataSize(), m_uBytes);
-    m_uSize = static_cast<std::uint32_t>(std::min<std::uint64_t>(uSize, uLeft));
+  if (isOf(getFileInfo(), file_kinds::kWaveMagic)) {
+    const std::uint64_t uSound = getSoundSize();
+    m_uSize = static_cast<std::uint32_t>(std::min<std::uint64_t>(uSize, uSound - std::min(uSound, m_uBytes)));
   }
   m_uBytes += m_uSize;
+  if (m_pInput->isAuthentication()) {
+    return;
+  }
+  Seen& seen = m_seen.at(m_uStream - 1);
+  seen.ullLast = m_frame.getTimestamp();
+  if (seen.uFrames++ == 0) {
+    seen.ullFirst = seen.ullLast;
+  }
+}
+
+/// Bytes of sound in a file of nothing else. A wave file that was never finished doesn't tell them.
+std::uint64_t FrameWalk::getSoundSize() const {
+  const auto* const pWave = dynamic_cast<const WAVEFileInfo*>(&getFileInfo());
+  if (pWave == nullptr || m_bFinished) {
+    return getFileInfo().getDataSize();
+  }
+  std::uint64_t uFile = 0;
+  m_pFile->getInfo(nullptr, &uFile);
+  return uFile - std::min<std::uint64_t>(uFile, pWave->getDataStart());
 }
 
 void FrameWalk::end(int iResult) {
@@ -109,8 +129,8 @@ void FrameWalk::end(int iResult) {
   }
   const FileInfo& fileInfo = getFileInfo();
   if (!isOf(fileInfo, file_kinds::kAsfMagic) && !isOf(fileInfo, file_kinds::kRiffMagic)) {
-    if (fileInfo.getDataSize() > m_uBytes) {
-      tell("the last " + std::to_string(fileInfo.getDataSize() - m_uBytes) + " bytes aren't whole frames");
+    if (const std::uint64_t uSound = getSoundSize(); uSound > m_uBytes) {
+      tell("the last " + std::to_string(uSound - m_uBytes) + " bytes aren't whole frames");
     }
     return;
   }

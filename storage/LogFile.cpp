@@ -11,6 +11,7 @@
 #include "coreapi/qmutils/text/jtext.h"
 #include "coreapi/qmutils/time/calendar.h"
 #include "coreapi/qmutils/time/jsplittime.h"
+#include "storage/fileread.h"
 
 namespace {
 
@@ -21,6 +22,7 @@ constexpr std::uint64_t kLastFourDigitYear = JTime::kEpochOffset + 253'402'300'7
 
 /// Null when there is no such file.
 std::unique_ptr<JFileSocket> openForReading(const std::string& sName, LogFile::Leftovers leftovers) {
+  checkNoPipe(sName);
   try {
     return leftovers == LogFile::Leftovers::kRemove
                ? JFileSocket::OpenReadWithRollBack(sName)

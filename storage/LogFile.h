@@ -37,6 +37,9 @@ class LogFile {
   /// Throws JTextError when the last reading didn't come to the end of the file.
   void checkReplaceable() const;
 
+  /// Whether the last reading came to the end of the file, or there was none.
+  bool isReplaceable() const noexcept { return m_bReplaceable; }
+
   /// Hands on the lines of a file. Throws JSysError.
   static void forEachLine(const std::string& sName, const TakeLine& takeLine);
 

@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/rpc/jrpccontainers.h"
 #include "storage/TimeSpan.h"
 
@@ -70,6 +71,7 @@ class LogRecords {
   /// Deletes all records.
   void clear() noexcept {
     m_records.clear();
+    m_bWhole = true;
     rewind();
   }
 
@@ -84,14 +86,28 @@ class LogRecords {
   }
 
   /// Takes all records out and gives them to `visit` in order, which appends what is to stand in the log from
-  /// now on. The cursor goes back to the first record.
+  /// now on. The cursor goes back to the first record. What `visit` throws leaves records out: see
+  /// `isWhole`.
   template <class Visit>
   void rebuild(Visit visit) {
     Set old = std::exchange(m_records, {});
+    rewind();
+    m_bWhole = false;
     while (!old.empty()) {
       visit(std::move(old.extract(old.begin()).value()));
     }
+    m_bWhole = true;
     rewind();
+  }
+
+  /// Whether no record was lost to a change that broke off for lack of memory.
+  bool isWhole() const noexcept { return m_bWhole; }
+
+  /// Throws JTextError when records were lost: they still stand in the file, which mustn't be replaced then.
+  void checkWhole() const {
+    if (!m_bWhole) {
+      QM_THROW(JTextError, "A change of the log broke off, so it isn't written");
+    }
   }
 
   /// Takes a span out of the records that `selects` names: one that lies inside it goes, one that reaches
@@ -124,6 +140,7 @@ class LogRecords {
  private:
   Set m_records;
   mutable Position m_cursor = m_records.end();
+  bool m_bWhole = true;
 };
 
 template <class Record>

@@ -217,6 +217,7 @@ void MetaDataLog::takeLine(std::string_view sLine) {
 }
 
 void MetaDataLog::save() {
+  m_records.checkWhole();
   std::string sContent;
   std::string sPairs;
   for (const auto& pRecord : m_records) {

@@ -157,6 +157,7 @@ void ProtectedLog::takeLine(std::string_view sLine) {
 }
 
 void ProtectedLog::save() {
+  m_records.checkWhole();
   std::string sContent(kPeriodKey);
   sContent.append(m_protectionPeriod.toText()).append(1, '\n');
   for (const auto& pRecord : m_records) {

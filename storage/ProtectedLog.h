@@ -62,6 +62,9 @@ class ProtectedLog : public JRPCObject {
   bool init(const std::string& sFileName, JTime protectionPeriod, JTime prepostProtectionPeriod = JTime(),
             LogFile::Leftovers leftovers = LogFile::Leftovers::kRemove);
 
+  /// Whether the records are all that the file holds. If not, more may be protected than they say.
+  bool isWhole() const noexcept { return m_file.isReplaceable() && m_records.isWhole(); }
+
   /// Whether the line of a record has room for all of its details.
   static bool hasRoomFor(const ProtectedLogRecord& record);
 

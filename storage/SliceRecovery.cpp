@@ -4,6 +4,7 @@
 #include <exception>
 #include <string_view>
 
+#include "coreapi/platform/filestatus.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/socket/fileoperations.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
@@ -126,10 +127,13 @@ Slice recoverSlice(const std::string& sDirectory, const std::string& sFileName) 
   return Slice(span, renameByContent(sDirectory, sFileName, sWanted), uSize);
 }
 
-bool isPlainFile(const std::string& sPath) {
-  std::uint32_t uType = 0;
-  qm_utils::getFileInfo(sPath, &uType);
-  return uType == qm_utils::kPlainFile;
+/// A link is none: mending would change a file somewhere else.
+bool isPlainFile(const std::string& sDirectory, const std::string& sFileName) {
+  qm_platform::DirectoryListing directory;
+  qm_platform::FileStatus status;
+  bool bLink = false;
+  return directory.open(sDirectory) == 0 && directory.statusOf(sFileName, status, bLink) == 0 && !bLink &&
+         status.kind == qm_platform::FileKind::kPlain;
 }
 
 /// The description tells of the file as it was; under its old name, too.
@@ -147,7 +151,7 @@ SliceRecovery::Outcome tryRecover(const std::string& sDirectory, const std::stri
                                   std::optional<Slice>& slice) {
   const std::string sPath = sDirectory + "/" + sFileName;
   try {
-    if (!isPlainFile(sPath)) {
+    if (!isPlainFile(sDirectory, sFileName)) {
       return SliceRecovery::Outcome::kLeft;
     }
     checkNotInUse(sPath);

@@ -15,7 +15,8 @@ class SliceRecovery {
   enum class Outcome {
     kRecovered,  ///< a slice
     kBroken,     ///< read, and nothing can be made of it
-    kLeft,       ///< in use by a writer, no plain file, or the system failed: to be tried another time
+    kLeft,  ///< in use by a writer, no plain file (a link is none), or the system failed: to be tried another
+            ///< time
   };
 
   /// Recovers a file of a directory. `slice` takes what it holds and where it stands by then, when the

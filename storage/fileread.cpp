@@ -4,6 +4,27 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <new>
+
+#include "coreapi/qmutils/error/jerror.h"
+
+std::vector<std::uint8_t> makeHeadBytes(std::size_t uSize) {
+  try {
+    return std::vector<std::uint8_t>(uSize);
+  } catch (const std::bad_alloc&) {
+    QM_THROW(JTextError, "out of memory");
+  }
+}
+
+#include "coreapi/platform/filestatus.h"
+#include "coreapi/qmutils/error/jerror.h"
+
+void checkNoPipe(const std::string& sPath) {
+  qm_platform::FileStatus status;
+  if (qm_platform::statusOfPath(sPath, status) == 0 && status.kind == qm_platform::FileKind::kOther) {
+    QM_THROW(JTextError, "\"%s\" is no plain file", sPath.c_str());
+  }
+}
 
 bool skipBytes(JISocket& socket, std::uint64_t uSize) {
   if (uSize == 0) {

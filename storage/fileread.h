@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "coreapi/qmutils/socket/jiosocket.h"
@@ -36,6 +37,13 @@ class FileHeadReader {
   std::size_t m_uFrontTaken = 0;
   std::uint64_t m_uPosition = 0;
 };
+
+/// Throws JTextError when a path leads to a pipe, a device or a socket: opening one may wait for ever. What
+/// else is wrong with the path is left to the opening.
+void checkNoPipe(const std::string& sPath);
+
+/// Zeros to read a header into. Throws JTextError "out of memory".
+std::vector<std::uint8_t> makeHeadBytes(std::size_t uSize);
 
 /// Passes over bytes of a socket, by moving where it has a position and by reading where it hasn't. False
 /// when it ends before, as far as reading shows it.

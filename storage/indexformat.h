@@ -55,6 +55,11 @@ constexpr std::size_t entrySize(IndexType eType) noexcept {
   }
 }
 
+/// Whether the entries of a form have times.
+constexpr bool isTimed(IndexType eType) noexcept {
+  return eType == FILEINDEX_NTP || eType == FILEINDEX_CI;
+}
+
 }  // namespace index_layout
 
 /// One entry in the widest form; the short forms hold the first fields of it.
@@ -73,7 +78,7 @@ inline void writeIndexEntry(const IndexEntry& entry, IndexType eType, std::uint8
   if (eType != FILEINDEX_NONE) {
     qm_platform::writeLE64(pTo + index_layout::kPositionAt, entry.ullPosition);
   }
-  if (eType == FILEINDEX_NTP || eType == FILEINDEX_CI) {
+  if (index_layout::isTimed(eType)) {
     qm_platform::writeLE64(pTo + index_layout::kTimeAt, entry.ullTime);
   }
   if (eType == FILEINDEX_CI) {
@@ -89,7 +94,7 @@ inline IndexEntry readIndexEntry(const std::uint8_t* pFrom, IndexType eType) noe
   if (eType != FILEINDEX_NONE) {
     entry.ullPosition = qm_platform::readLE64(pFrom + index_layout::kPositionAt);
   }
-  if (eType == FILEINDEX_NTP || eType == FILEINDEX_CI) {
+  if (index_layout::isTimed(eType)) {
     entry.ullTime = qm_platform::readLE64(pFrom + index_layout::kTimeAt);
   }
   if (eType == FILEINDEX_CI) {

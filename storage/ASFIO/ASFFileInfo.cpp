@@ -2,8 +2,11 @@
 
 #include <utility>
 
+#include "storage/filekinds.h"
+
 ASFFileInfoOut::ASFFileInfoOut(std::string sFileName, std::uint32_t uIOAlignBlockSize)
     : ASFFileInfo(std::move(sFileName)) {
+  m_uTypeMagic = file_kinds::kAsfMagic;
   m_bIOAligned = uIOAlignBlockSize != 0;
   m_uIOAlignBlockSize = uIOAlignBlockSize;
   m_creationDate = JTime::now();

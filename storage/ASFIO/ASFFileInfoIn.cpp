@@ -73,7 +73,7 @@ void ASFFileInfoIn::readHeader(FileHeadReader& reader) {
   if (ullSize > kMaxHeaderSize) {
     QM_THROW(JTextError, "ASF header too long");
   }
-  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(ullSize));
+  std::vector<std::uint8_t> bytes = makeHeadBytes(static_cast<std::size_t>(ullSize));
   std::copy(head.begin(), head.end(), bytes.begin());
   if (!reader.fill(bytes.data() + head.size(), bytes.size() - head.size())) {
     QM_THROW(JTextError, "not an ASF file");
@@ -112,11 +112,23 @@ void ASFFileInfoIn::readHeader(FileHeadReader& reader) {
   for (std::uint32_t uStream = 1; uStream <= getStreamCount(); ++uStream) {
     describeStream(uStream);
   }
-  if (const auto sParameters = m_header.getFileParameters()) {
+  readFileParameters();
+}
+
+/// A text that doesn't parse must not keep the frames of a file from being read.
+void ASFFileInfoIn::readFileParameters() {
+  const auto sParameters = m_header.getFileParameters();
+  if (!sParameters) {
+    return;
+  }
+  try {
     m_params.parse(std::string(*sParameters));
     m_params.get("validKeyFrameFlag", m_bValidKeyFrameFlag);
     m_params.get("syntheticFlag", m_bSyntheticFlag);
     m_params.get("supportAuthentication", m_bSupportAuthentication);
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
   }
 }
 
@@ -161,11 +173,17 @@ void ASFFileInfoIn::readIndexObjects(JFileSocket& socket, bool bMapIndex) {
           sizeOf(head) < kObjectHeadSize || sizeOf(head) > ullFileSize - ullAt) {
         break;
       }
+      if (m_bIOAligned && readAsfGuid(head.data()) == kIndexObject && sizeOf(head) > head.size()) {
+        passOverUnindexed(socket, ullAt);
+      }
       readIndexObject(socket, readAsfGuid(head.data()), ullAt, sizeOf(head), bMapIndex);
       ullAt += sizeOf(head);
     }
   }
   m_bHasIndex = !m_bIndexRebuild;
+  if (m_bHasIndex && m_bIOAligned) {
+    settleStreamsWithoutFrames();
+  }
   if (m_bIndexRebuild && m_iKind != 0) {
     for (const auto& pStream : m_streams) {
       pStream->setIndexType(indexTypeOf(m_iKind));
@@ -178,10 +196,11 @@ void ASFFileInfoIn::readIndexObjects(JFileSocket& socket, bool bMapIndex) {
 void ASFFileInfoIn::readIndexObject(JFileSocket& socket, const Guid& id, std::uint64_t ullAt,
                                     std::uint64_t ullSize, bool bMapIndex) {
   const IndexType eType = indexTypeOfObject(id);
-  if (eType != FILEINDEX_NONE) {
-    const std::uint32_t uStream = id == kVideoIndexObject0   ? m_uFirstVideoStream
-                                  : id == kAudioIndexObject0 ? m_uFirstAudioStream
-                                                             : m_uNextIndexed++;
+  const std::uint32_t uStream = id == kVideoIndexObject0   ? m_uFirstVideoStream
+                                : id == kAudioIndexObject0 ? m_uFirstAudioStream
+                                : eType != FILEINDEX_NONE  ? m_uNextIndexed++
+                                                           : 0;
+  if (uStream != 0) {
     m_bIndexRebuild = false;
     if (getStream(uStream) != nullptr) {
       readEntries(socket, uStream, eType, ullAt + kObjectHeadSize, ullSize - kObjectHeadSize, bMapIndex);
@@ -226,6 +245,7 @@ void ASFFileInfoIn::readEntries(JFileSocket& socket, std::uint32_t uStream, Inde
     stream.setEntries(eType, std::move(pEntries), uCount);
   } else {
     stream.setIndexType(FILEINDEX_NONE);
+    stream.setCount(uCount);
   }
 }
 
@@ -249,6 +269,34 @@ void ASFFileInfoIn::dateByIndex(std::uint32_t uStream) {
             : ullPeriods * period.uNumerator * kMicrosecondsPerMillisecond / period.uDenominator;
     stream.setFirstDate(m_creationDate);
     stream.setLastDate(JTime(m_creationDate).add(static_cast<std::int64_t>(ullSince)));
+  }
+}
+
+/// A writer in blocks leaves out the index objects of streams without frames. Whose the object at a place is,
+/// the unit tells that its first entry leads to.
+void ASFFileInfoIn::passOverUnindexed(JFileSocket& socket, std::uint64_t ullObjectAt) {
+  const auto wordAt = [&](std::uint64_t ullPlace) {
+    std::array<std::uint8_t, sizeof(std::uint64_t)> word{};
+    socket.seek(static_cast<std::int64_t>(ullPlace), JFileSocket::kStart);
+    qm_utils::readFully(socket, word.data(), word.size());
+    return readLE64(word.data());
+  };
+  const std::uint64_t ullPosition = wordAt(ullObjectAt + kObjectHeadSize + index_layout::kPositionAt);
+  if (ullPosition >= m_uDataSize) {
+    return;
+  }
+  const auto uStream = static_cast<std::uint32_t>(wordAt(m_qwDUStart + ullPosition + data_unit::kStreamAt));
+  if (uStream > m_uNextIndexed && uStream <= getStreamCount()) {
+    m_uNextIndexed = uStream;
+  }
+}
+
+/// A stream that has neither an index object nor dates got no frame: its index is whole, and empty.
+void ASFFileInfoIn::settleStreamsWithoutFrames() {
+  for (const auto& pStream : m_streams) {
+    if (pStream->getIndexType() == FILEINDEX_NONE && isUnset(pStream->getFirstDate())) {
+      pStream->setIndexType(indexTypeOf(m_iKind));
+    }
   }
 }
 

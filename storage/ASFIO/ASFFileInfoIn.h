@@ -45,6 +45,7 @@ class ASFFileInfoIn : public ASFFileInfo {
 
  private:
   void readHeader(FileHeadReader& reader);
+  void readFileParameters();
   void describeStream(std::uint32_t uStream);
   void readIndexObjects(JFileSocket& socket, bool bMapIndex);
   void readIndexObject(JFileSocket& socket, const asf_layout::Guid& id, std::uint64_t ullAt,
@@ -52,6 +53,8 @@ class ASFFileInfoIn : public ASFFileInfo {
   void readEntries(JFileSocket& socket, std::uint32_t uStream, IndexType eType, std::uint64_t ullAt,
                    std::uint64_t ullSize, bool bMapIndex);
   void dateByIndex(std::uint32_t uStream);
+  void passOverUnindexed(JFileSocket& socket, std::uint64_t ullObjectAt);
+  void settleStreamsWithoutFrames();
   void beginRebuild();
   void beginRebuild(JTime date);
   void putTotals(std::uint64_t uDataSize);

@@ -183,12 +183,15 @@ void ASFInput::enter(std::uint64_t uPosition, std::uint64_t uNext) noexcept {
 void ASFInput::settleFlags(Unit& unit, std::int64_t iNumber) const {
   unit.bAuthentication = unit.bAuthentication && m_info.hasAuthentication();
   unit.bSynthetic = unit.bSynthetic && m_info.hasSyntheticFlag();
+  const FileStreamInfo& stream = *m_info.getStream(unit.uStream);
+  const auto uNumber = static_cast<std::uint32_t>(iNumber);
   if (m_info.getKind() == 0) {
-    const FileStreamInfo& stream = *m_info.getStream(unit.uStream);
-    const auto entry = stream.getEntry(static_cast<std::uint32_t>(iNumber));
-    unit.bKeyFrame = entry ? stream.isKeyFrame(static_cast<std::uint32_t>(iNumber)) : workOutKeyFrame(unit);
-  } else if (!m_info.hasValidKeyFrameFlag()) {
+    unit.ullFrameNumber = uNumber;
+  }
+  if (!m_info.hasValidKeyFrameFlag() || (m_info.getKind() == 0 && !stream.getEntry(uNumber))) {
     unit.bKeyFrame = workOutKeyFrame(unit);
+  } else if (m_info.getKind() == 0) {
+    unit.bKeyFrame = stream.isKeyFrame(uNumber);
   }
 }
 
@@ -227,8 +230,8 @@ void ASFInput::settleTime(Unit& unit, std::int64_t iNumber) const {
   }
 }
 
-/// The header of a record. Kinds without numbers of their own count the frames of the stream.
-void ASFInput::fill(const Unit& unit, std::int64_t iNumber, qm_ci::Bitstream* pBitstream) const {
+/// The header of a record.
+void ASFInput::fill(const Unit& unit, qm_ci::Bitstream* pBitstream) const {
   if (pBitstream == nullptr) {
     return;
   }
@@ -238,9 +241,7 @@ void ASFInput::fill(const Unit& unit, std::int64_t iNumber, qm_ci::Bitstream* pB
     wPictureType = unit.bAuthentication ? qm_ci::kFrameKindAuthentication : std::uint16_t{0};
   }
   pBitstream->setTimestamp(unit.ullTimeStamp);
-  pBitstream->setFrameNumber(m_info.getKind() == 0
-                                 ? static_cast<std::uint64_t>(std::max<std::int64_t>(iNumber, 0))
-                                 : unit.ullFrameNumber);
+  pBitstream->setFrameNumber(unit.ullFrameNumber);
   pBitstream->setAccessFlags(bOwnHead         ? unit.wAccessFlags
                              : unit.bKeyFrame ? kKeyFrameFlags
                                               : std::uint16_t{0});
@@ -268,7 +269,7 @@ int ASFInput::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
     Unit unit;
     const Head head = readHead(unit);
     if (head == Head::kShort && uDataSize == 0) {
-      m_info.setDataSize(m_uPosition);
+      m_info.settleDataSize(m_uPosition);
       if (const int iResult = wrap(bWrapped); iResult != kFrame) {
         return iResult;
       }
@@ -279,6 +280,7 @@ int ASFInput::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
     }
     const std::uint64_t uPosition = m_uPosition;
     const std::uint64_t uNext = behind(uPosition, unit);
+    const bool bValid = isFrameValid(unit.uStream, unit.uPayload);
     if (uDataSize != 0 && uNext > uDataSize) {
       m_uPosition = uDataSize;
       if (const int iResult = atEnd(bWrapped); iResult != kFrame) {
@@ -287,7 +289,7 @@ int ASFInput::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
       continue;
     }
     enter(uPosition, uNext);
-    if (!isFrameValid(unit.uStream, unit.uPayload)) {
+    if (!bValid) {
       continue;
     }
     const std::int64_t iLast = getLastNumber(unit.uStream);
@@ -304,7 +306,7 @@ int ASFInput::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
     m_bKeyFrame = unit.bKeyFrame;
     m_bSynthetic = unit.bSynthetic;
     m_bAuthentication = unit.bAuthentication;
-    fill(unit, iNumber, pBitstream);
+    fill(unit, pBitstream);
     if (pStream != nullptr) {
       *pStream = unit.uStream;
     }
@@ -324,7 +326,7 @@ void ASFInput::addToIndex(const Unit& unit, std::int64_t iNumber, std::uint64_t 
   qm_ci::Bitstream frame;
   std::array<std::uint8_t, qm_ci::Bitstream::m_uMinQMCIBitstreamSize> header{};
   frame.attach(header.data(), header.size());
-  fill(unit, iNumber, &frame);
+  fill(unit, &frame);
   // In the short form the position carries the mark of a key frame.
   const bool bMarked = unit.bKeyFrame && m_info.getStream(unit.uStream)->getIndexType() == FILEINDEX_NTP;
   m_info.addCIEntry(unit.uStream, static_cast<std::uint32_t>(iNumber),
@@ -445,7 +447,7 @@ int ASFInput::goTo(std::uint32_t uStream, std::uint32_t uNumber, std::uint64_t u
   m_bAuthentication = unit.bAuthentication;
   settleTime(unit, uNumber);
   moveOthersTo(uStream, unit.ullTimeStamp, uPosition);
-  fill(unit, uNumber, pBitstream);
+  fill(unit, pBitstream);
   if (pSize != nullptr) {
     *pSize = unit.uPayload;
   }

@@ -79,10 +79,11 @@ class ASFInput : public FileInput {
   int goTo(std::uint32_t uStream, std::uint32_t uNumber, std::uint64_t uPosition, std::uint32_t* pSize,
            qm_ci::Bitstream* pBitstream);
   const FileStreamInfo& indexedStream(std::uint32_t uStream) const;
+  /// Of a unit that is frame `iNumber` of its stream; kind 0 has no other number.
   void settleFlags(Unit& unit, std::int64_t iNumber) const;
   bool workOutKeyFrame(const Unit& unit) const;
   void settleTime(Unit& unit, std::int64_t iNumber) const;
-  void fill(const Unit& unit, std::int64_t iNumber, qm_ci::Bitstream* pBitstream) const;
+  void fill(const Unit& unit, qm_ci::Bitstream* pBitstream) const;
   void addToIndex(const Unit& unit, std::int64_t iNumber, std::uint64_t uPosition);
   int atEnd(bool& bWrapped);
   int wrap(bool& bWrapped);

@@ -234,8 +234,11 @@ void ASFOutput::giveBack(AsyncIONotifyBitstream* pNotify) noexcept {
   m_pool.put(std::unique_ptr<AsyncIONotifyBitstream>(pNotify));
 }
 
+/// For readers of the growing file the entry and the size come at once: one that finds the frame in the index
+/// also finds that the file has it.
 void ASFOutput::accountUnit(std::uint32_t uStreamNumber, const qm_ci::ConstBitstream& oCIBitstream,
                             std::uint32_t uTime, std::uint64_t uSize) {
+  const JAutoLock lock(m_fileInfo.getMutex());
   account(uStreamNumber, m_fileInfo.getDataSize(), oCIBitstream);
   if (isCounted(oCIBitstream)) {
     ASFStream& stream = m_streams[uStreamNumber - 1];

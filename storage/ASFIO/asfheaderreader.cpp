@@ -32,6 +32,11 @@ bool isIgnored(const Guid& id) noexcept {
   return id == like && id[0] >= kFirstIgnored && id[0] <= kLastIgnored;
 }
 
+bool isKnown(const Guid& id) noexcept {
+  return id == kStreamPropertiesObject || id == kFilePropertiesObject || id == kLanguageListObject ||
+         id == kParameters || isIgnored(id);
+}
+
 std::string_view asText(std::span<const std::uint8_t> bytes) noexcept {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
@@ -121,14 +126,17 @@ int AsfHeaderReader::parseObject(std::size_t& at) {
   }
   const Guid id = readAsfGuid(m_bytes.data() + at);
   const std::uint64_t ullSize = readLE64(m_bytes.data() + at + kObjectSizeAt);
+  if (!isKnown(id)) {
+    return kUnknownObject;
+  }
+  if (id == kStreamPropertiesObject && m_streams.size() >= m_uStreamCount) {
+    return kTooManyStreams;
+  }
   if (ullSize < kObjectHeadSize || ullSize > uLeft) {
     return kWrongLength;
   }
   const auto uSize = static_cast<std::size_t>(ullSize);
   if (id == kStreamPropertiesObject) {
-    if (m_streams.size() >= m_uStreamCount) {
-      return kTooManyStreams;
-    }
     return parseStream(at, uSize) ? kWhole : kWrongLength;
   }
   if (id == kFilePropertiesObject) {
@@ -143,8 +151,6 @@ int AsfHeaderReader::parseObject(std::size_t& at) {
     }
   } else if (id == kParameters) {
     m_sFileParameters = asText(std::span(m_bytes).subspan(at + kObjectHeadSize, uSize - kObjectHeadSize));
-  } else if (!isIgnored(id)) {
-    return kUnknownObject;
   }
   at += uSize;
   return kWhole;

@@ -95,6 +95,25 @@ LastFrame walk(ASFInput& input, JFileSocket& file, FileProgress* pProgress) {
   return last;
 }
 
+/// Lets a file grow to the length that it is going to have, or not at all: the indexes overwrite the frame
+/// that is left out, and a disk that is full must say so before, or each try would cost another frame.
+void reserve(JFileSocket& socket, std::uint64_t ullEnd) {
+  std::uint64_t ullSize = 0;
+  socket.getInfo(nullptr, &ullSize);
+  const std::vector<std::uint8_t> zeros(std::size_t{64} << 10);
+  try {
+    socket.seek(static_cast<std::int64_t>(ullSize), JFileSocket::kStart);
+    for (std::uint64_t ullAt = ullSize; ullAt < ullEnd; ullAt += zeros.size()) {
+      socket.write(zeros.data(),
+                   static_cast<std::size_t>(std::min<std::uint64_t>(ullEnd - ullAt, zeros.size())));
+    }
+  } catch (JError* pError) {
+    qm_err::CaughtError error(pError);
+    socket.setEndOfFile(ullSize);
+    error.rethrow();
+  }
+}
+
 /// Holds a description for the time of a work on it.
 class UseOf {
  public:
@@ -160,7 +179,15 @@ void ASFFileInfoIn::rebuildIndex(bool bWriteBack, FileProgress* pProgress, JTime
   if (last.bCounted) {
     getStream(last.uStream)->dropFrames(1);
   }
-  fixIndexInfo(last.uPosition, bWriteBack, pFile);
+  const std::uint64_t ullBefore = m_uDataSize;
+  try {
+    fixIndexInfo(last.uPosition, bWriteBack, pFile);
+  } catch (...) {
+    // The file is as it was: the next try must neither take it for mended nor leave another frame out.
+    m_uDataSize = ullBefore;
+    m_bIndexRebuild = true;
+    throw;
+  }
 }
 
 void ASFFileInfoIn::fixIndexInfo(std::uint64_t uDataSize, bool bWrite, JFileSocket* pSocket) {
@@ -215,14 +242,25 @@ void ASFFileInfoIn::putTotals(std::uint64_t uDataSize) {
 
 /// The index objects behind the data, where the file ends then.
 void ASFFileInfoIn::writeIndexes(JFileSocket& socket) const {
-  socket.seek(static_cast<std::int64_t>(m_qwDUStart + m_uDataSize), JFileSocket::kStart);
+  const auto hasEntries = [this](const FileStreamInfo& stream) {
+    return m_iKind != 0 && stream.getIndexType() == indexTypeOf(m_iKind);
+  };
+  const auto sizeOf = [&](const FileStreamInfo& stream) {
+    return hasEntries(stream) && stream.getEntries() != nullptr
+               ? stream.getCount() * index_layout::entrySize(stream.getIndexType())
+               : 0;
+  };
+  const std::uint64_t ullStart = m_qwDUStart + m_uDataSize;
+  std::uint64_t ullEnd = ullStart;
   for (const auto& pStream : m_streams) {
-    const IndexType eType = pStream->getIndexType();
-    const bool bEntries = m_iKind != 0 && eType == indexTypeOf(m_iKind);
+    ullEnd += kObjectHeadSize + sizeOf(*pStream);
+  }
+  reserve(socket, ullEnd);
+  socket.seek(static_cast<std::int64_t>(ullStart), JFileSocket::kStart);
+  for (const auto& pStream : m_streams) {
+    const bool bEntries = hasEntries(*pStream);
     JASSERT(bEntries);
-    const std::size_t uSize = bEntries && pStream->getEntries() != nullptr
-                                  ? pStream->getCount() * index_layout::entrySize(eType)
-                                  : 0;
+    const std::size_t uSize = sizeOf(*pStream);
     std::array<std::uint8_t, kObjectHeadSize> head{};
     writeAsfObjectHead(!bEntries      ? kDataObject1
                        : m_iKind == 2 ? kIndexObject
@@ -283,6 +321,9 @@ void ASFFileInfoIn::truncate(JTime date) {
     // Behind the last frame there is nothing to cut.
     const auto next = pFStrmInfo->getEntry(uNumber);
     uSize = next ? next->ullPosition & ~index_layout::kKeyFrame : m_uDataSize;
+  }
+  if (uSize > m_uDataSize) {
+    QM_THROW(JTextError, "the index is damaged: it puts a frame behind the data");
   }
   pFStrmInfo->setCount(uNumber);
   if (uSize != 0) {

@@ -78,6 +78,18 @@ void addParameters(const AsfStreamProperties& properties, const Guid& id, JParam
   }
 }
 
+/// By how much the frame numbers of an early video stream go on; 1 where nothing tells it.
+std::uint32_t decimationOf(const JParams& params) {
+  std::int32_t iDecimation = 0;
+  try {
+    params.get("decimation", iDecimation);
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);
+    JCATCH_LOG(error.get());
+  }
+  return iDecimation > 0 ? static_cast<std::uint32_t>(iDecimation) : 1;
+}
+
 /// The bitmap header of a stream of the bare form, which has none.
 std::vector<std::uint8_t> bareBitmap(std::span<const std::uint8_t> data) {
   qm_ci::BitmapInfoHeader header;
@@ -122,6 +134,7 @@ std::optional<StreamInfo> readVideo(const AsfStreamProperties& properties, JPara
     // What stands in XML otherwise.
     info.setPictureRate(std::bit_cast<double>(readLE64(data.data() + video_data::kRateAt)), kRateTolerance);
     addParameters(properties, kEarlyParameters, params);
+    info.setStreamIndexStep(decimationOf(params));
   }
   return makeStreamInfo(qm_ci::QMCIVideoInfo(info.getCIInfo()), propertiesOf(properties));
 }
@@ -169,7 +182,8 @@ StreamInfo readAudio(const AsfStreamProperties& properties) {
       QM_THROW(JTextError, "updateAudioInfoFromXMLDesc error");
     }
   } else {
-    if (!info.updateNotQMCIFromWFX(header)) {
+    if (!info.updateNotQMCIFromWFX(
+            header.first(std::min<std::size_t>(header.size(), qm_ci::kWaveHeaderSize + kPlainExtra)))) {
       QM_THROW(JTextError, "couldn't update QMCIAudioInfo from WAVEFORMATEX");
     }
     describePlainAudio(properties.data, wave, info);

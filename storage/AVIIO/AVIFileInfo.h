@@ -55,8 +55,8 @@ class AVIFileInfo : public FileInfo {
   void setDataStart(std::uint64_t uPlace) noexcept { m_uDataStart = uPlace; }
 
   /// The stream that a chunk of a frame belongs to, from its code, two digits and "dc", "db" or "wb"; 0 for
-  /// any other chunk.
-  static std::uint32_t streamOfChunk(std::uint32_t uCode) noexcept;
+  /// any other chunk. The system's writer calls sound the second stream, where there is no first one too.
+  std::uint32_t streamOfChunk(std::uint32_t uCode) const noexcept;
 
  protected:
   std::unique_ptr<FileInput> makeInput(std::unique_ptr<JISocket> pSocket) override;

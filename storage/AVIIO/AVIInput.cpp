@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <utility>
 
 #include "coreapi/platform/byteorder.h"
@@ -11,6 +12,7 @@
 #include "coreapi/qmutils/thread/namedassert.h"
 #include "storage/AVIIO/aviformat.h"
 #include "storage/fileread.h"
+#include "storage/saturated.h"
 
 using namespace avi_layout;
 using namespace riff_layout;
@@ -45,6 +47,12 @@ bool AVIInput::readChunk(Chunk& chunk) {
   return true;
 }
 
+/// As `isFrameValid`, of a chunk: the block in front of a payload doesn't count.
+bool AVIInput::isChunkValid(std::uint32_t uStream, std::uint32_t uSize) const {
+  const bool bBlock = m_info.hasFrameBlocks(uStream) && uSize >= frame_block::kSize;
+  return isFrameValid(uStream, bBlock ? uSize - static_cast<std::uint32_t>(frame_block::kSize) : uSize);
+}
+
 /// Whether a place lies behind the frames of the file.
 bool AVIInput::isPast(std::uint64_t ullPlace) const {
   const std::uint64_t ullSize = m_info.getDataSize();
@@ -77,8 +85,8 @@ int AVIInput::getNextFrame(std::uint32_t* pStream, std::uint32_t* pSize, qm_ci::
     }
     m_ullPending = padded(chunk.uSize);
     m_ullPlace = ullBody + m_ullPending;
-    const std::uint32_t uStream = AVIFileInfo::streamOfChunk(chunk.uCode);
-    if (uStream == 0 || isPast(ullBody + chunk.uSize) || !isFrameValid(uStream, chunk.uSize)) {
+    const std::uint32_t uStream = m_info.streamOfChunk(chunk.uCode);
+    if (uStream == 0 || isPast(ullBody + chunk.uSize) || !isChunkValid(uStream, chunk.uSize)) {
       continue;
     }
     const auto uNumber = static_cast<std::uint32_t>(getLastNumber(uStream) + 1);
@@ -143,8 +151,9 @@ std::uint64_t AVIInput::foreignTime(std::uint32_t uStream, std::uint32_t uNumber
   const std::uint64_t ullUnits =
       timing.uSampleSize == 0 ? uNumber : m_audioBytes[uStream - 1] / timing.uSampleSize;
   const auto dMicroseconds = static_cast<double>(ullUnits) * timing.uScale * 1e6 / timing.uRate;
-  return m_info.getStream(uStream)->getFirstDate().getMicroseconds() +
-         static_cast<std::uint64_t>(dMicroseconds);
+  const std::uint64_t ullFirst = m_info.getStream(uStream)->getFirstDate().getMicroseconds();
+  return ullFirst + std::min(saturated<std::uint64_t>(dMicroseconds),
+                             std::numeric_limits<std::uint64_t>::max() - ullFirst);
 }
 
 /// Lets the audio go on where a time puts it.
@@ -155,7 +164,7 @@ void AVIInput::moveAudioTo(std::uint32_t uStream, std::uint64_t ullTime) {
     return;
   }
   const double dUnits = static_cast<double>(ullTime - ullFirst) * timing.uRate / timing.uScale / 1e6;
-  m_audioBytes[uStream - 1] = static_cast<std::uint64_t>(dUnits) * timing.uSampleSize;
+  m_audioBytes[uStream - 1] = saturated<std::uint64_t>(dUnits) * timing.uSampleSize;
 }
 
 /// Key frame and time of a frame that brings neither with it.
@@ -182,7 +191,7 @@ void AVIInput::describeForeign(std::uint32_t uStream, std::uint32_t uNumber, qm_
 int AVIInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint32_t* pSize,
                         qm_ci::Bitstream* pBitstream, bool bToKeyFrame) {
   const FileStreamInfo* const pStream = m_info.getStream(uStream);
-  if (pStream == nullptr || pStream->getIndexType() == FILEINDEX_NONE) {
+  if (pStream == nullptr) {
     QM_THROW(EndOfFileError);
   }
   const std::uint64_t ullPlace = pStream->getPosByNumber(uNumber, bToKeyFrame);
@@ -192,8 +201,8 @@ int AVIInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint3
   m_pFile->seek(static_cast<std::int64_t>(ullPlace), JFileSocket::kStart);
   m_ullPending = 0;
   Chunk chunk;
-  if (!readChunk(chunk) || AVIFileInfo::streamOfChunk(chunk.uCode) != uStream ||
-      !isFrameValid(uStream, chunk.uSize) || isPast(ullPlace + kChunkHeadSize + chunk.uSize)) {
+  if (!readChunk(chunk) || m_info.streamOfChunk(chunk.uCode) != uStream ||
+      !isChunkValid(uStream, chunk.uSize) || isPast(ullPlace + kChunkHeadSize + chunk.uSize)) {
     return kFailed;
   }
   m_ullPending = padded(chunk.uSize);
@@ -212,7 +221,7 @@ int AVIInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint3
 int AVIInput::seekTime(std::uint32_t uStream, std::uint32_t* pSize, JTime time, qm_ci::Bitstream* pBitstream,
                        bool bToKeyFrame) {
   const FileStreamInfo* const pStream = m_info.getStream(uStream);
-  if (pStream == nullptr || pStream->getIndexType() == FILEINDEX_NONE) {
+  if (pStream == nullptr) {
     QM_THROW(EndOfFileError);
   }
   if (time < pStream->getFirstDate()) {

@@ -38,6 +38,7 @@ class AVIInput : public FileInput {
   bool readFrameBlock(std::uint32_t& uPayload, qm_ci::Bitstream* pBitstream);
   void describeForeign(std::uint32_t uStream, std::uint32_t uNumber, qm_ci::Bitstream* pBitstream);
   void rewindInSequence();
+  bool isChunkValid(std::uint32_t uStream, std::uint32_t uSize) const;
   bool isPast(std::uint64_t ullPlace) const;
   std::uint64_t foreignTime(std::uint32_t uStream, std::uint32_t uNumber) const;
   void moveAudioTo(std::uint32_t uStream, std::uint64_t ullTime);

@@ -33,6 +33,7 @@ constexpr std::uint32_t kLeastLimit = 1U << 20;
 constexpr std::uint32_t kMostLimit = 64U << 20;
 constexpr std::uint32_t kDisabled = 1;           ///< a flag of a stream header
 constexpr std::uint32_t kSizeTopBit = 1U << 31;  ///< of chunks that can't be
+constexpr std::uint32_t kSizeNotKnown = 0xFFFFFFFF;
 constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
 
 /// Bits of a sample of coded sound, once it is decoded.
@@ -81,6 +82,13 @@ std::uint32_t samplingsOf(const AVIFileInfo::Timing& timing, std::uint32_t uSamp
       std::clamp<double>(dSamplings, 1, std::numeric_limits<std::uint32_t>::max()));
 }
 
+/// Takes over the description that this system's own writer puts behind the wave header; false for a header
+/// of others. The header itself calls all of the system's sound PCM.
+bool takeOwnAudio(std::span<const std::uint8_t> format, qm_ci::QMAudioInfo& info) {
+  return format.size() > qm_ci::kWaveHeaderSize && format[qm_ci::kWaveHeaderSize] == '<' &&
+         info.updateFromWFX(format);
+}
+
 void moveTo(JFileSocket& socket, std::uint64_t ullPlace) {
   socket.seek(static_cast<std::int64_t>(ullPlace), JFileSocket::kStart);
 }
@@ -95,10 +103,13 @@ AVIFileInfo::AVIFileInfo(JFileSocket& socket, const std::string& sName) : FileIn
 
 AVIFileInfo::AVIFileInfo(FileHeadReader& reader, const std::string& sName) : FileInfo(sName) {
   readHeader(reader);
-  m_bAudioBlocks = isCIStream(m_uFirstVideoStream);
+  m_bAudioBlocks = m_bAudioBlocks || isCIStream(m_uFirstVideoStream);
 }
 
-std::uint32_t AVIFileInfo::streamOfChunk(std::uint32_t uCode) noexcept {
+std::uint32_t AVIFileInfo::streamOfChunk(std::uint32_t uCode) const noexcept {
+  if (uCode == kAudioChunk && getStreamCount() == 1 && m_uFirstAudioStream == 1) {
+    return 1;
+  }
   const auto character = [uCode](int i) { return static_cast<char>(uCode >> (8 * i) & 0xFF); };
   const auto digit = [&](int i) { return static_cast<unsigned>(character(i) - '0'); };
   const bool bFrame = (character(2) == 'd' && (character(3) == 'c' || character(3) == 'b')) ||
@@ -132,7 +143,7 @@ void AVIFileInfo::readHeader(FileHeadReader& reader) {
   if (uSize > kMaxHeaderList) {
     QM_THROW(JTextError, "Invalid AVI file : header too long (%d bytes)", static_cast<int>(uSize));
   }
-  std::vector<std::uint8_t> list(uSize < sizeof kHeaderList ? 0 : uSize - sizeof kHeaderList);
+  std::vector<std::uint8_t> list = makeHeadBytes(uSize < sizeof kHeaderList ? 0 : uSize - sizeof kHeaderList);
   if (!reader.fill(list.data(), list.size())) {
     QM_THROW(JTextError, "Missing AVI compatibility header");
   }
@@ -228,6 +239,11 @@ void AVIFileInfo::describeAudio(std::span<const std::uint8_t> header, std::span<
     QM_THROW(JTextError, "Missing audio stream format");
   }
   qm_ci::QMAudioInfo info;
+  if (takeOwnAudio(format, info)) {
+    m_bAudioBlocks = m_bAudioBlocks || m_uFirstAudioStream == getStreamCount();
+    m_streams.back()->setStreamInfo(makeStreamInfo(qm_ci::QMCIAudioInfo(info.getCIInfo())));
+    return;
+  }
   if (!info.updateNotQMCIFromWFX(format)) {
     QM_THROW(JTextError, "updateAudioInfoNotQMCIFromWFX() failed.");
   }
@@ -248,7 +264,7 @@ void AVIFileInfo::describeAudio(std::span<const std::uint8_t> header, std::span<
 /// Where a unit is a sampling, the frames of the index share them out.
 void AVIFileInfo::setMeanSamplings(std::uint32_t uStream, std::uint32_t uFrames) {
   FileStreamInfo& stream = *getStream(uStream);
-  const Timing timing = getAudioTiming(uStream);
+  const Timing timing = getAudioTiming(uStream);  // zeros of a stream that tells it itself
   if (timing.uSampleSize == 0 || uFrames == 0) {
     return;
   }
@@ -268,17 +284,19 @@ void AVIFileInfo::findMovi(FileHeadReader& reader) {
     }
     const ChunkHead chunk = chunkAt(head);
     std::uint64_t ullLeft = padded(chunk.uSize);
-    if (chunk.uCode == kList && chunk.uSize >= sizeof kMovi) {
+    if (chunk.uCode == kList) {
       std::uint8_t type[sizeof kMovi];
       if (!reader.fill(type, sizeof type)) {
         return;
       }
       if (readLE32(type) == kMovi) {
         m_uDataStart = reader.getPosition();
-        m_uDataSize = chunk.uSize - sizeof kMovi;
+        // Writers that haven't come to their end have put 0 or all ones there.
+        m_uDataSize =
+            chunk.uSize < sizeof kMovi || chunk.uSize == kSizeNotKnown ? 0 : chunk.uSize - sizeof kMovi;
         return;
       }
-      ullLeft -= sizeof type;
+      ullLeft -= std::min<std::uint64_t>(ullLeft, sizeof type);
     }
     if (!reader.skip(ullLeft)) {
       return;
@@ -298,21 +316,23 @@ void AVIFileInfo::readIndex(JFileSocket& socket) {
   if (m_uDataSize == 0) {
     // The writer never came to its end.
     m_uDataSize = ullFileSize - std::min(ullFileSize, m_uDataStart);
-    return;
   }
   std::uint64_t ullAt = m_uDataStart + padded(m_uDataSize);
   bool bTaken = false;
   while (ullAt < ullFileSize) {
     ChunkHead chunk;
     moveTo(socket, ullAt);
-    if (!readChunkHead(socket, chunk) || (chunk.uSize & kSizeTopBit) != 0) {
+    if (!readChunkHead(socket, chunk)) {
       break;
     }
     if (chunk.uCode == kRiff) {
       QM_THROW(JTextError, "Invalid AVI file : it has several parts (OpenDML)");
     }
+    if ((chunk.uSize & kSizeTopBit) != 0) {
+      break;
+    }
     ullAt += kChunkHeadSize;
-    if (chunk.uCode == kIndex && !bTaken && chunk.uSize <= ullFileSize - ullAt) {
+    if (chunk.uCode == kIndex && !bTaken && ullAt <= ullFileSize && chunk.uSize <= ullFileSize - ullAt) {
       const auto pEntries = qm_platform::tryAllocate(chunk.uSize);
       if (!pEntries || qm_utils::readFully(socket, pEntries.get(), chunk.uSize) != chunk.uSize) {
         break;
@@ -322,7 +342,7 @@ void AVIFileInfo::readIndex(JFileSocket& socket) {
     }
     ullAt += padded(chunk.uSize);
   }
-  m_bAudioBlocks = findAudioBlocks(socket);
+  m_bAudioBlocks = m_bAudioBlocks || findAudioBlocks(socket);
   for (std::uint32_t uStream = 1; uStream <= getStreamCount(); ++uStream) {
     dateStream(socket, uStream, creation);
   }
@@ -405,6 +425,9 @@ void AVIFileInfo::dateStream(JFileSocket& socket, std::uint32_t uStream, JTime c
   FileStreamInfo& stream = *getStream(uStream);
   const std::uint32_t uCount = stream.getCount();
   if (uCount == 0 || !stream.getEntry(0)) {
+    if (!hasFrameBlocks(uStream)) {
+      stream.setFirstDate(creation);  // its frames count from it
+    }
     return;
   }
   const JTime first = frameTime(socket, uStream, 0);

@@ -43,5 +43,4 @@ class MP3Input : public FileInput {
   std::uint64_t m_ullRead = 0;   ///< place in the file of the byte behind the buffer
   std::uint64_t m_ullFrame = 0;  ///< place of the frame read last
   std::size_t m_uPending = 0;    ///< bytes of its payload that are still to pass
-  bool m_bEndOfFile = false;
 };

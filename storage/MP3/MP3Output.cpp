@@ -104,6 +104,7 @@ void MP3Output::writeFrame(std::uint32_t uStreamNumber, const qm_ci::ConstBitstr
   checkStream(uStreamNumber);
   const JIoBuf payload = payloadOf(oCIBitstream);
   m_writer.append(payload.pBuf, payload.bufLength);
+  const JAutoLock lock(m_poFileInfo->getMutex());  // entry and size come at once for readers
   account(uStreamNumber, m_poFileInfo->getDataSize(), oCIBitstream);
   m_poFileInfo->addToDataSize(payload.bufLength);
 }

@@ -218,7 +218,6 @@ void MP3Input::moveTo(std::uint64_t ullPlace) {
   m_uTaken = m_uFilled = 0;
   m_uPending = 0;
   m_ullRead = ullPlace;
-  m_bEndOfFile = false;
   if (m_pFile != nullptr) {
     m_pFile->seek(static_cast<std::int64_t>(ullPlace), JFileSocket::kStart);
   }
@@ -239,7 +238,6 @@ bool MP3Input::refill(std::size_t uWanted) {
   }
   const std::size_t uRead =
       qm_utils::readFully(*m_pSocket, m_buffer.data() + m_uFilled, static_cast<std::size_t>(ullRoom));
-  m_bEndOfFile = uRead == 0;
   m_uFilled += uRead;
   m_ullRead += uRead;
   return held() >= uWanted;
@@ -331,16 +329,20 @@ int MP3Input::goTo(std::uint64_t ullPlace, std::uint32_t uNumber, std::uint32_t*
   return getNextFrame(nullptr, pSize, pBitstream, false);
 }
 
-int MP3Input::seekFrame(std::uint32_t /*uStream*/, std::uint32_t uNumber, std::uint32_t* pSize,
-                        qm_ci::Bitstream* pBitstream, bool bToKeyFrame) {
-  const std::uint64_t ullPlace = m_info.getStream(1)->getPosByNumber(uNumber, bToKeyFrame);
+// Every frame is a key frame, and the entries of files that this system wrote don't mark them.
+
+int MP3Input::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint32_t* pSize,
+                        qm_ci::Bitstream* pBitstream, bool /*bToKeyFrame*/) {
+  checkSingleStream(uStream);
+  const std::uint64_t ullPlace = m_info.getStream(1)->getPosByNumber(uNumber, false);
   return goTo(ullPlace, uNumber, pSize, pBitstream);
 }
 
-int MP3Input::seekTime(std::uint32_t /*uStream*/, std::uint32_t* pSize, JTime time,
-                       qm_ci::Bitstream* pBitstream, bool bToKeyFrame) {
+int MP3Input::seekTime(std::uint32_t uStream, std::uint32_t* pSize, JTime time, qm_ci::Bitstream* pBitstream,
+                       bool /*bToKeyFrame*/) {
+  checkSingleStream(uStream);
   std::uint32_t uNumber = 0;
-  const std::uint64_t ullPlace = m_info.getStream(1)->getPosByTime(time, uNumber, bToKeyFrame);
+  const std::uint64_t ullPlace = m_info.getStream(1)->getPosByTime(time, uNumber, false);
   return goTo(ullPlace, uNumber, pSize, pBitstream);
 }
 

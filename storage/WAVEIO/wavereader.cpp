@@ -30,6 +30,9 @@ constexpr std::uint16_t kG726SampleBits = 16;
 /// What a frame's record has beside its payload.
 constexpr std::uint32_t kFrameOverhead = 72;
 
+/// The largest step that is read: what a header claims mustn't be asked memory for, and silence fills it up.
+constexpr std::uint64_t kMaxFrameBytes = 64U << 20;
+
 /// The largest "fmt " chunk that is looked at.
 constexpr std::uint32_t kMaxFormat = 0x10000;
 
@@ -83,12 +86,21 @@ void WAVEFileInfo::readFormat(std::span<const std::uint8_t> format) {
       bLong ? qm_ci::readWaveHeader(format.data()) : qm_ci::readPcmHeader(format.data());
   const auto coding = std::find_if(kCodings.begin(), kCodings.end(),
                                    [&](const Coding& c) { return c.wFormatTag == wave.wFormatTag; });
-  if (coding == kCodings.end() || wave.cbSize != 0 || wave.nChannels == 0 || wave.nSamplesPerSec == 0) {
+  if (coding == kCodings.end()) {
+    return;  // the sound can't be read then
+  }
+  const bool bOtherBits = wave.wFormatTag == kTagG726 && wave.wBitsPerSample != wave_layout::kG726Bits;
+  if (wave.cbSize != 0 || wave.nChannels == 0 || wave.nSamplesPerSec == 0 || bOtherBits) {
     QM_THROW(JTextError, "%s", kBadFormat);
   }
   const bool bPcm = wave.wFormatTag == kTagPcm;
   const std::uint16_t wBits = wave.wFormatTag == kTagG726 ? kG726SampleBits : wave.wBitsPerSample;
   const std::uint32_t uSamplings = bPcm ? kPcmSamplings : kTelephonySamplings;
+  const std::uint64_t ullFrameBytes = std::uint64_t{wBits / 8U} * uSamplings * wave.nChannels;
+  if (ullFrameBytes > kMaxFrameBytes) {
+    QM_THROW(JTextError, "%s", kBadFormat);
+  }
+  const auto uFrameBytes = static_cast<std::uint32_t>(ullFrameBytes);
   qm_ci::QMAudioInfoNoXml info;
   info.setMIMEType(coding->sMIMEType);
   info.setPacketizedFormat("linear");
@@ -96,19 +108,19 @@ void WAVEFileInfo::readFormat(std::span<const std::uint8_t> format) {
   info.setNumberOfChannels(wave.nChannels);
   info.setBitsPerSample(wBits);
   info.setSamplingsPerFrame(uSamplings);
-  info.setNomMaxBitstreamSize(uSamplings * wave.nChannels * (wBits >> 3U) + kFrameOverhead);
+  info.setNomMaxBitstreamSize(uFrameBytes + kFrameOverhead);
   getStream(1)->setIndexType(FILEINDEX_NTP);
   getStream(1)->setStreamInfo(makeStreamInfo(qm_ci::QMCIAudioInfo(info.getCIInfo())));
   m_uFirstAudioStream = 1;
   switch (wave.wFormatTag) {
     case kTagPcm:
-      m_uFrameBytes = (wBits >> 3U) * uSamplings * wave.nChannels;
+      m_uFrameBytes = uFrameBytes;
       break;
     case kTagG726:
-      m_uFrameBytes = uSamplings >> 1U;
+      m_uFrameBytes = (uSamplings >> 1U) * wave.nChannels;
       break;
     default:
-      m_uFrameBytes = uSamplings;
+      m_uFrameBytes = uSamplings * wave.nChannels;
   }
 }
 
@@ -155,8 +167,9 @@ void WAVEInput::moveTo(std::uint32_t uNumber) {
   }
 }
 
-int WAVEInput::seekFrame(std::uint32_t /*uStream*/, std::uint32_t uNumber, std::uint32_t* pSize,
+int WAVEInput::seekFrame(std::uint32_t uStream, std::uint32_t uNumber, std::uint32_t* pSize,
                          qm_ci::Bitstream* pBitstream, bool /*bToKeyFrame*/) {
+  checkSingleStream(uStream);
   if (uNumber >= m_info.getStream(1)->getCount()) {
     QM_THROW(JTextError, "seek past end");
   }
@@ -166,6 +179,7 @@ int WAVEInput::seekFrame(std::uint32_t /*uStream*/, std::uint32_t uNumber, std::
 
 int WAVEInput::seekTime(std::uint32_t uStream, std::uint32_t* pSize, JTime time, qm_ci::Bitstream* pBitstream,
                         bool bToKeyFrame) {
+  checkSingleStream(uStream);
   if (time < m_info.getStream(1)->getFirstDate()) {
     QM_THROW(JTextError, "seek before start");
   }

@@ -195,7 +195,7 @@ TEST_F(RecorderTest, RefusesWhatItCanNotRecord) {
       {makeFile("nokey.asf", 10, noKey), "no key frame"},
       {temp.write("text.avi", "not a media file"), "not a media file"},
       {temp.path("none.avi"), "CreateFile"},
-      {"/dev/null", "not a plain file"},
+      {"/dev/null", "is no plain file"},
   };
   for (const auto& row : rows) {
     EXPECT_THAT(thrownBy([&] { surveyMedia(row.sPath, {}); }), HasSubstr(row.szReason)) << row.sPath;

@@ -223,6 +223,20 @@ TEST(ArchiveLogs, AFailedStoreLeavesTheOldFileOrTheNewOne) {
   }
 }
 
+// What a lack of memory takes from a log in memory must not be taken from its file by the next store.
+TEST(ArchiveLogs, AChangeThatBrokeOffKeepsTheLogFromBeingStored) {
+  LogRecords<ProtectedLogRecord> records;
+  records.append(protection(span(1, 2)));
+  records.append(protection(span(3, 4)));
+  records.rewind();
+  records.checkWhole();
+  EXPECT_THROW(records.rebuild([](auto /*pRecord*/) { throw std::bad_alloc(); }), std::bad_alloc);
+  EXPECT_EQ(records.next(), nullptr);
+  EXPECT_NE(thrownBy([&] { records.checkWhole(); }), "");
+  records.clear();
+  records.checkWhole();
+}
+
 TEST(AlarmLog, KeepsItsFile) {
   const TempDir dir;
   const std::string sFile = dir.path("alarm.log");

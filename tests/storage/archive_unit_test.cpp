@@ -2,6 +2,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <set>
+#include <sys/stat.h>
 
 #include "coreapi/qmutils/socket/fileoperations.h"
 #include "storage/ArchiveUnit.h"
@@ -221,6 +222,20 @@ TEST_F(ArchiveUnitTest, TellsOfWhatCantBeOpenedAndGoesOn) {
   EXPECT_EQ(missing.getSliceCount(), 0);
 }
 
+TEST_F(ArchiveUnitTest, NeitherWaitsForPipesNorMendsFilesElsewhere) {
+  ASSERT_EQ(mkfifo(path("metadata.log").c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo(path(name(0, 10)).c_str(), 0600), 0);
+  writeAsf(temp.path("whole.asf"), 3);
+  const std::string sCut = readFile(temp.path("whole.asf")).substr(0, 1000);
+  temp.write("elsewhere.asf", sCut);
+  fs::create_symlink(temp.path("elsewhere.asf"), path("link.asf"));
+  const auto pUnit = opened();
+  EXPECT_EQ(pUnit->getMedia().sDataType, "");
+  EXPECT_NE(thrownBy([&] { pUnit->openFile(behind(0, 10), nullptr, nullptr, 0); }), "");
+  EXPECT_EQ(readFile(temp.path("elsewhere.asf")), sCut);
+  EXPECT_TRUE(names().contains("link.asf"));
+}
+
 TEST_F(ArchiveUnitTest, OpensFilesByTimeAndWalksThem) {
   writeAsf(path("a"), 3);
   const auto pUnit = opened();
@@ -287,6 +302,12 @@ TEST_F(ArchiveUnitTest, GivesUpTheOldestSlicesThatNothingProtects) {
   EXPECT_TRUE(log.has(qm_err::kLogWarning,
                       "getExpiredSlicesbySpace() -\tCould not remove 30 of space in unprotected slices to "
                       "assure MaxSpace 20\n"));
+
+  // Behind a line that can't be read anything may be protected.
+  temp.write("unit/protection.log", "no protection\n" + readFile(path("protection.log")));
+  EXPECT_EQ(expired(20), "");
+  EXPECT_NE(thrownBy([&] { opened()->erase(behind(300, 350)); }), "");
+  EXPECT_EQ(opened()->getSliceCount(), 5);
 }
 
 TEST_F(ArchiveUnitTest, ErasesWhatNoProtectionHoldsAndKeepsMediaFilesWhole) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <random>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -163,6 +164,41 @@ TEST(UnfinishedAsfFile, IsIndexedWhileItIsReadAndMended) {
   EXPECT_EQ(readFile(sPath), sMended);
 }
 
+/// Keeps files of this process from growing beyond a size, as a full disk would.
+class FullDisk {
+ public:
+  explicit FullDisk(std::uint64_t uSize) {
+    getrlimit(RLIMIT_FSIZE, &m_before);
+    const rlimit full{uSize, m_before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+  }
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &m_before);
+    std::signal(SIGXFSZ, m_pBefore);
+  }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+  void (*m_pBefore)(int) = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit m_before{};
+};
+
+TEST(UnfinishedAsfFile, IsLeftAsItIsByAFullDisk) {
+  const TempDir dir;
+  const std::string sPath = unfinishedCopy(dir, 120, 0);
+  const std::string sBefore = readFile(sPath);
+  const auto pInfo = describe(sPath);
+  {
+    const FullDisk full(sBefore.size());
+    EXPECT_NE(thrownBy([&] { pInfo->rebuildIndex(true, nullptr, kNoDate); }), "");
+  }
+  EXPECT_EQ(readFile(sPath), sBefore);
+  pInfo->rebuildIndex(true, nullptr, kNoDate);
+  EXPECT_TRUE(describe(sPath)->hasIndex());
+  EXPECT_EQ(framesOf(sPath).size(), 119U);
+}
+
 TEST(UnfinishedAsfFile, CanBeDatedAnew) {
   const TempDir dir;
   const std::string sPath = dir.path("a.asf");
@@ -191,6 +227,13 @@ TEST(AsfFile, IsCutAtADate) {
     EXPECT_EQ(describe(sPath)->getStream(1)->getCount(), row.uLeft);
   }
   EXPECT_EQ(thrownBy([&] { describe(sPath)->truncate(JTime::fromMicroseconds(1)); }), "seek before start");
+  // An index that puts the fourth frame far behind the end must not make the file as long as that.
+  std::string sBytes = readFile(sPath);
+  sBytes.replace(sBytes.size() - 7 * index_layout::kCISize, 8, le(std::uint64_t{1} << 33, 8));
+  const auto pDamaged = describe(dir.write("damaged.asf", sBytes));
+  EXPECT_EQ(thrownBy([&] { pDamaged->truncate(JTime::fromMicroseconds(kBegin + 3 * kPeriod)); }),
+            "the index is damaged: it puts a frame behind the data");
+  EXPECT_EQ(readFile(dir.path("damaged.asf")), sBytes);
   JFileSocket socket(sPath, JFileSocket::kRead, true);
   ASFFileInfoIn mapped(socket, sPath, true);
   EXPECT_EQ(thrownBy([&] { mapped.truncate(JTime::fromMicroseconds(kBegin)); }),
@@ -296,16 +339,18 @@ TEST(AsfHeader, IsRefusedInWords) {
   const std::string sWhole = readFile(dir.path("a.asf"));
   const auto pInfo = describe(dir.path("a.asf"));
   const std::size_t uDataObject = pInfo->getDataStart() - kObjectHeadSize;
-  const Damage rows[] = {{"HeadTooSmall", 16, le(23, 8), "not an ASF file"},
-                         {"TooLong", 16, le(0x100001, 8), "ASF header too long"},
-                         {"FarTooLong", 20, le(1, 4), "ASF header too long"},
-                         {"BeyondTheFile", 16, le(0x100000, 8), "not an ASF file"},
-                         {"Short", 16, le(100, 8), "ASF header error #2"},
-                         {"WrongObjectLength", 24 + 16, le(97, 8), "ASF header error #9"},
-                         {"UnknownObject", 24, "\x77", "ASF header error #8"},
-                         {"MoreStreams", 24 + 96, le(0, 2), "ASF header error #6"},
-                         {"Reserved", 24 + 48, le(1, 8), "bad header object"},
-                         {"DataObject", uDataObject, "\x01", "bad data object"}};
+  const Damage rows[] = {
+      {"HeadTooSmall", 16, le(23, 8), "not an ASF file"},
+      {"TooLong", 16, le(0x100001, 8), "ASF header too long"},
+      {"FarTooLong", 20, le(1, 4), "ASF header too long"},
+      {"BeyondTheFile", 16, le(0x100000, 8), "not an ASF file"},
+      {"Short", 16, le(100, 8), "ASF header error #2"},
+      {"WrongObjectLength", 24 + 16, le(97, 8), "ASF header error #9"},
+      {"UnknownObject", 24, "\x77", "ASF header error #8"},
+      {"UnknownObjectOfNoLength", 24, "\x77" + sWhole.substr(25, 15) + zeros(8), "ASF header error #8"},
+      {"MoreStreams", 24 + 96, le(0, 2), "ASF header error #6"},
+      {"Reserved", 24 + 48, le(1, 8), "bad header object"},
+      {"DataObject", uDataObject, "\x01", "bad data object"}};
   for (const Damage& row : rows) {
     std::string sBytes = sWhole;
     sBytes.replace(row.place, row.sBytes.size(), row.sBytes);
@@ -315,26 +360,49 @@ TEST(AsfHeader, IsRefusedInWords) {
 }
 
 TEST(AsfFile, CutAnywhereGivesWholeFramesOrAnError) {
-  const TempDir dir;
-  writeAsf(dir.path("a.asf"), 12);
-  const std::string sWhole = readFile(dir.path("a.asf"));
   const LogCapture log;
-  std::size_t uMost = 0;
-  for (std::size_t size = 0; size < sWhole.size(); ++size) {
-    // A new file each: one that is overwritten would wait for the disk.
-    const std::string sPath = dir.write("b" + std::to_string(size), sWhole.substr(0, size));
-    std::vector<Read> frames;
-    thrownBy([&] {
-      if (const auto pInput = readerOf(sPath)) {
-        frames = readAll(*pInput);
-      }
-    });
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-      ASSERT_EQ(frames[i], asRead(1, numbered(1, i))) << size;
+  for (const int iKind : {2, 1, 0}) {
+    SCOPED_TRACE(iKind);
+    const TempDir dir;
+    const std::string sPath = iKind == 2 ? dir.path("a.asf") : ofKind(dir, iKind);
+    if (iKind == 2) {
+      writeAsf(sPath, 12);
     }
-    uMost = std::max(uMost, frames.size());
+    const std::vector<Read> whole = framesOf(sPath);
+    ASSERT_GE(whole.size(), 5U);
+    std::size_t uMost = 0;
+    for (std::uintmax_t size = std::filesystem::file_size(sPath); size-- > 0;) {
+      std::filesystem::resize_file(sPath, size);
+      const std::vector<Read> frames = framesThereAre(sPath);
+      ASSERT_LE(frames.size(), whole.size()) << size;
+      ASSERT_TRUE(std::equal(frames.begin(), frames.end(), whole.begin())) << size;
+      uMost = std::max(uMost, frames.size());
+    }
+    // Kind 0 has no index behind its frames here.
+    EXPECT_EQ(uMost, iKind == 0 ? whole.size() - 1 : whole.size());
   }
-  EXPECT_EQ(uMost, 12U);
+}
+
+/// A stream whose frames begin later has none in front of the place that was gone to.
+TEST(UnfinishedAsfFile, CountsEachStreamFromItsFirstFrame) {
+  const TempDir dir;
+  const std::string sPath = dir.path("w.asf");
+  auto pOutput = writerOf("asf", sPath);
+  pOutput->addStream(dataStream());
+  pOutput->addStream(dataStream());
+  pOutput->start(nullptr);
+  for (std::uint64_t i = 0; i < 6; ++i) {
+    write(*pOutput, i < 3 ? 1 : 2, numbered(1, i));
+  }
+  const auto pInput = readerOf(dir.write("left.asf", readFile(sPath)));
+  std::uint32_t uStream = 0;
+  for (int i = 0; i < 2; ++i) {
+    pInput->getNextFrame(&uStream, nullptr, nullptr, false);
+  }
+  ASSERT_EQ(pInput->seekFrame(1, 0, nullptr, nullptr, false), FileInput::kFrame);
+  EXPECT_EQ(readAll(*pInput).size(), 5U);
+  EXPECT_EQ(pInput->getLastNumber(2), 2);
+  EXPECT_TRUE(pInput->getFileInfo().getStream(2)->getEntry(2));
 }
 
 TEST(AsfInput, PassesOverUnitsOfStreamsThatAreNotThere) {
@@ -364,27 +432,22 @@ TEST(KilledWriter, LosesTheLastFrameAtMost) {
         write(*pOutput, 1, numbered(1, i, 400));
       }
     }
-    usleep(static_cast<useconds_t>(1000 + random() % 4000));
+    // Each round kills it somewhere in the frames, however slow the machine is.
+    std::error_code error;
+    while (std::filesystem::file_size(sPath, error) < 4096 || error) {
+      usleep(100);
+    }
+    usleep(static_cast<useconds_t>(random() % 2000));
     kill(iPid, SIGKILL);
     waitpid(iPid, nullptr, 0);
-    std::uint64_t uHeader = 0;
-    std::size_t uWhole = 0;
-    const std::string sError = thrownBy([&] {
-      if (!std::filesystem::exists(sPath)) {
-        return;
-      }
-      uHeader = describe(sPath)->getDataStart();
-      uWhole = (readFile(sPath).size() - uHeader) / 436;
-      describe(sPath)->rebuildIndex(true, nullptr, kNoDate);
-    });
-    if (uHeader == 0) {
-      continue;  // killed before the header was there
-    }
-    ASSERT_EQ(sError, "");
+    const std::size_t uWhole = (readFile(sPath).size() - describe(sPath)->getDataStart()) / 436;
+    ASSERT_GT(uWhole, 1U);
+    ASSERT_EQ(thrownBy([&] { describe(sPath)->rebuildIndex(true, nullptr, kNoDate); }), "");
+    ASSERT_TRUE(describe(sPath)->hasIndex());
     const std::vector<Read> frames = framesOf(sPath);
-    ASSERT_EQ(frames.size(), uWhole == 0 ? 0 : uWhole - 1) << iRound;
-    if (!frames.empty()) {
-      ASSERT_EQ(frames.back(), asRead(1, numbered(1, uWhole - 2, 400)));
+    ASSERT_EQ(frames.size(), uWhole - 1) << iRound;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+      ASSERT_EQ(frames[i], asRead(1, numbered(1, i, 400)));
     }
   }
 }

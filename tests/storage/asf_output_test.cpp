@@ -5,6 +5,7 @@
 #include "coreapi/qmci/audioinfonoxml.h"
 #include "coreapi/qmci/videoinfonoxml.h"
 #include "coreapi/qmutils/socket/jdirectiosocket.h"
+#include "storage/ASFIO/ASFFileInfoIn.h"
 #include "storage/ASFIO/ASFOutput.h"
 #include "storage/ASFIO/asfformat.h"
 #include "tests/storage/writersupport.h"
@@ -176,6 +177,7 @@ TEST(AsfOutput, HandsOutItsDescription) {
   const std::unique_ptr<FileInfo> pInfo(pOutput->detachFileInfo());
   pOutput.reset();
   EXPECT_FALSE(pInfo->isOnFlyIndexing());
+  EXPECT_STREQ(pInfo->getFileExtension(true), "asf");
   EXPECT_EQ(pInfo->getAttributes().toText(","), "allowRecording=0,original=1,crc=1,scrambling=3");
   EXPECT_EQ(pInfo->getFirstDataStream(), 1U);
   EXPECT_EQ(pInfo->getFirstVideoStream(), 2U);
@@ -253,6 +255,22 @@ TEST(AsfOutput, WritesBlocksUnderDirectIO) {
   }
   EXPECT_EQ(sFile.substr(index + 240),
             hex("30 88 71 6F D3 11 B9 09 E0 00 D8 A0 E1 1C 10 81") + le(272, 8) + zeros(248));
+}
+
+TEST(AsfOutput, FinishesAFileUnderDirectIOWhoseFirstStreamHasNoFrame) {
+  const TempDir dir;
+  const std::string sPath = dir.path("a");
+  auto pOutput = FileOutput::create(std::make_unique<Aligned>(sPath, 512), "asf", sPath);
+  pOutput->addStream(dataStream());
+  pOutput->addStream(dataStream());
+  pOutput->start(nullptr);
+  write(*pOutput, 2, kFrames[0]);
+  pOutput.reset();
+  JFileSocket socket(sPath, JFileSocket::kRead, true);
+  ASFFileInfoIn info(socket, sPath, false);
+  EXPECT_FALSE(info.lacksIndex());
+  EXPECT_EQ(info.getStream(1)->getCount(), 0U);
+  EXPECT_EQ(info.getStream(2)->getTimeByNumber(0).getMicroseconds(), kFrames[0].ullTimeStamp);
 }
 
 TEST(AsfOutput, GivesNotifyObjectsOutAndTakesThemBack) {

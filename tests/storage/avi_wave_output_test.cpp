@@ -4,6 +4,7 @@
 #include "coreapi/qmci/audioinfonoxml.h"
 #include "coreapi/qmci/videoinfonoxml.h"
 #include "storage/AVIIO/AVIOutput.h"
+#include "storage/FileInput.h"
 #include "storage/WAVEIO/WAVEOutput.h"
 #include "tests/storage/writersupport.h"
 
@@ -75,9 +76,16 @@ TEST(AviOutput, WritesEveryByteOfASmallFile) {
   write(*pOutput, 2, audio);
   write(*pOutput, 1, {"signature", 1000, 1, 6, 0});
   write(*pOutput, 1, other);
+  const FileInfo::Ptr pInfo(pOutput->detachFileInfo());
   pOutput.reset();
   const std::string sFile = readFile(sPath);
   EXPECT_EQ(sFile, expectedAvi(key, audio, other));
+  const auto pInput = pInfo->createInput();
+  for (const Frame& frame : {key, audio, other}) {
+    std::uint32_t uSize = 0;
+    EXPECT_EQ(pInput->getNextFrame(nullptr, &uSize, nullptr, false), FileInput::kFrame);
+    EXPECT_EQ(uSize, frame.sPayload.size());
+  }
   EXPECT_EQ(sFile.substr(header, 4), "00dc");
   EXPECT_EQ(header % 512, 0U);
   EXPECT_EQ(

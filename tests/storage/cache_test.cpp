@@ -117,6 +117,22 @@ TEST(Description, LivesAsLongAsItsReaders) {
   EXPECT_EQ(readAll(*pInput).size(), 3U);
 }
 
+/// Says when it is looked at by somebody who has ended its use, when another may have deleted it.
+class Watched : public FileInfo {
+ public:
+  using FileInfo::FileInfo;
+  JCache* getCache() const override {
+    EXPECT_GT(m_iUseCount, 0);
+    return FileInfo::getCache();
+  }
+};
+
+TEST(Description, IsntLookedAtAfterItsUseHasEnded) {
+  Watched fileInfo("a");
+  fileInfo.beginUse();
+  fileInfo.endUse();
+}
+
 // Searching.
 
 std::vector<std::uint8_t> indexOf(const std::vector<std::uint64_t>& times) {

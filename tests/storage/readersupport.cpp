@@ -39,6 +39,16 @@ std::vector<Read> framesOf(const std::string& sPath) {
   return readAll(*pInput);
 }
 
+std::vector<Read> framesThereAre(const std::string& sPath) {
+  std::vector<Read> frames;
+  thrownBy([&] {
+    if (const auto pInput = readerOf(sPath)) {
+      frames = readAll(*pInput);
+    }
+  });
+  return frames;
+}
+
 Frame numbered(std::uint32_t uStream, std::uint64_t i, std::size_t size) {
   std::string sPayload = std::to_string(uStream) + "/" + std::to_string(i) + " ";
   sPayload.resize(std::max(size, sPayload.size()), static_cast<char>('a' + i % 26));

@@ -33,6 +33,9 @@ std::string payload(FileInput& input, std::uint32_t uSize);
 std::vector<Read> readAll(FileInput& input);
 std::vector<Read> framesOf(const std::string& sPath);
 
+/// The same of a file that may be damaged: none of one that can't be opened.
+std::vector<Read> framesThereAre(const std::string& sPath);
+
 /// Frame `i` of a stream: its payload begins with both numbers; one in four is a key frame; 40 ms each.
 Frame numbered(std::uint32_t uStream, std::uint64_t i, std::size_t size = 50);
 Read asRead(std::uint32_t uStream, const Frame& frame);

@@ -62,6 +62,12 @@ class Export {
 
   void run() {
     const Interrupt interrupt;
+    if (!FrameWalk::isFinished(m_reader.getFileInfo()) &&
+        FrameWalk::formatOf(m_reader.getFileInfo()) != std::string("mp3")) {
+      m_context.error << "qmctl: " << printable(m_given.sFile)
+                      << ": its writer didn't come to its end, or the end was cut off; what there is of it "
+                         "is exported\n";
+    }
     chooseStreams();
     {
       Progress progress(m_context);

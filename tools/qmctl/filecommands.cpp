@@ -48,10 +48,11 @@ StreamFacts factsOf(const FrameReader& reader, std::uint32_t uNumber, bool bFini
   const FileStreamInfo& stream = *reader.getFileInfo().getStream(uNumber);
   StreamFacts facts{stream.getStreamInfo(), stream.getCount(), stream.getFirstDate(), stream.getLastDate()};
   if (!bFinished) {
-    facts.uFrames = static_cast<std::uint32_t>(reader.getInput().getLastNumber(uNumber) + 1);
-    if (stream.hasTimes() && stream.getCount() > 0) {
-      facts.first = stream.getTimeByNumber(0);
-      facts.last = stream.getTimeByNumber(stream.getCount() - 1);
+    const FrameWalk::Seen& seen = reader.getSeen(uNumber);
+    facts.uFrames = seen.uFrames;
+    if (seen.uFrames > 0) {
+      facts.first = JTime::fromMicroseconds(seen.ullFirst);
+      facts.last = JTime::fromMicroseconds(seen.ullLast);
     }
   }
   return facts;

@@ -6,6 +6,7 @@
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "coreapi/qmutils/time/ntpdate.h"
 #include "coreapi/qmxml/qmxml.h"
+#include "storage/ASFIO/ASFFileInfo.h"
 #include "storage/FileInfo.h"
 #include "tools/qmctl/dates.h"
 #include "tools/qmctl/failure.h"
@@ -31,10 +32,10 @@ FileInfo::Ptr describe(const std::string& sFile) {
   onFile(sFile, [&] {
     JFileSocket socket(sFile, JFileSocket::kRead, true);
     pFileInfo = FileInfo::create(socket, sFile, false);
+    if (!pFileInfo) {
+      FrameWalk::refuseKind(sFile);
+    }
   });
-  if (!pFileInfo) {
-    throw Failure(kFailed, sFile + ": not a media file of a kind known (ASF, AVI, WAVE, MP3)");
-  }
   return pFileInfo;
 }
 
@@ -95,6 +96,10 @@ void rebuild(Context& context, const std::string& sFile) {
   }
   if (FrameWalk::formatOf(*pFileInfo) != std::string("asf")) {
     refuseRebuild(*pFileInfo);
+  }
+  if (dynamic_cast<const ASFFileInfo&>(*pFileInfo).getKind() == 0) {
+    throw Failure(kFailed,
+                  sFile + ": is of the earliest kind, which can't get an index; its frames can be read");
   }
   {
     RebuildProgress progress(context);

@@ -37,6 +37,9 @@ class FrameReader {
     return {getFrame().getPacketData(0), m_pWalk->getSize()};
   }
 
+  /// See FrameWalk.
+  const FrameWalk::Seen& getSeen(std::uint32_t uStream) const { return m_pWalk->getSeen(uStream); }
+
   /// Bytes of payload that have been read.
   std::uint64_t getBytesRead() const noexcept { return m_pWalk->getBytes(); }
 

@@ -172,7 +172,9 @@ std::size_t Muxer::addStream(const AVCodecParameters& coding, std::uint64_t uPer
 void Muxer::start(JTime date, bool bHeaderGiven) {
   openWorkFile();
   openIo();
-  av_dict_set(&m_pContext->metadata, "creation_time", iso(date).c_str(), 0);
+  if (date >= JTime::firstQueryTime()) {  // a file without dates counts from 0
+    av_dict_set(&m_pContext->metadata, "creation_time", iso(date).c_str(), 0);
+  }
   if (bHeaderGiven && m_sEnding == ".mp3") {
     av_opt_set(m_pContext->priv_data, "write_xing", "0", 0);
   }

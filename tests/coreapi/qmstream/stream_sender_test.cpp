@@ -133,6 +133,35 @@ TEST(StreamSender, EndsWithItsMarkerAndLosesNoTail) {
   }
 }
 
+TEST(StreamSender, SendsWhatItHasGatheredInOrder) {
+  const std::string sSmall(100, 's');
+  const std::string sLarge(qm_stream::OFrameSocket::kGatheredFrame, 'l');
+  Sending stream;
+  auto pSender = stream.sender("QM_TPKT");
+  pSender->gatherSmallFrames();
+  std::string sWanted;
+  const auto write = [&](const std::string& sFrame) {
+    EXPECT_EQ(pSender->write(sFrame.data(), sFrame.size()), sFrame.size() + 8);
+    const qm_stream::TPKT header(static_cast<std::uint32_t>(sFrame.size()));
+    sWanted += std::string(reinterpret_cast<const char*>(header.data()), 8) + sFrame;
+  };
+  write(sSmall);
+  write(sLarge);  // takes along what stands before it
+  EXPECT_EQ(stream.read(sWanted.size()), sWanted);
+  sWanted.clear();
+  for (int i = 0; i < 1000; ++i) {  // more than is kept
+    write(sSmall + std::to_string(i));
+  }
+  pSender->flush();
+  EXPECT_EQ(stream.read(sWanted.size()), sWanted);
+  sWanted.clear();
+  write(sSmall);
+  std::thread ending([&] { pSender.reset(); });
+  EXPECT_EQ(stream.read(sWanted.size() + 9), sWanted + std::string("\1\0\0\0\0\0\0\0", 8));
+  stream.pPeer.reset();
+  ending.join();
+}
+
 TEST(StreamSender, BreaksOffWithoutAMarker) {
   Sending stream;
   auto pSender = stream.sender("QM_TPKT");

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 
@@ -95,6 +96,25 @@ TEST(FileCommands, DescribeSoundFiles) {
   std::ofstream(sMp3, std::ios::app) << std::string(300, 'x');
   EXPECT_NE(runTool({"file", "frames", sMp3}).sError.find("the last 300 bytes aren't whole frames"),
             std::string::npos);
+}
+
+TEST(FileCommands, CountWholeFramesAndSayWhatIsWrong) {
+  const TempDir dir;
+  const std::string sAvi = readFile(makeClip(dir.path("a.avi"), "-c:v mjpeg -an"));
+  const std::string sCut = dir.write("b.avi", sAvi.substr(0, sAvi.size() / 2));
+  const ToolRun info = runTool({"--json", "file", "info", sCut});
+  EXPECT_NE(info.sError.find("cut short or damaged"), std::string::npos) << info.sError;
+  const auto uFrames = Json::parse(info.sOut)["streams"][0]["frames"].get<std::size_t>();
+  const ToolRun frames = runTool({"--json", "file", "frames", sCut});
+  EXPECT_EQ(static_cast<std::size_t>(std::ranges::count(frames.sOut, '\n')), uFrames);
+  EXPECT_NE(runTool({"export", sCut, dir.path("b.mkv")}).sError.find("didn't come to its end"),
+            std::string::npos);
+  // Sound that was never finished isn't filled up with silence.
+  std::string sWave = readFile(makeClip(dir.path("a.wav"), "-vn -ar 8000 -t 0.9"));
+  sWave.replace(sWave.find("data") + 4, 4, 4, '\0');
+  EXPECT_EQ(jsonOf({"file", "frames", dir.write("b.wav", sWave)}).back()["size"], 14400 - 7 * 2048);
+  const ToolRun tagged = runTool({"file", "info", makeClip(dir.path("a.mp3"), "-vn -c:a libmp3lame")});
+  EXPECT_NE(tagged.sError.find("an ID3 tag of version 2"), std::string::npos) << tagged.sError;
 }
 
 TEST(FileCommands, TellTheCodingOfSoundOfOthers) {

@@ -44,6 +44,9 @@ class TestService : public JRPCService {
     } else if (sFunction == "id") {
       pAnswer = std::make_unique<JParams>();
       pAnswer->add("id", uConnection);
+    } else if (sFunction == "peer") {
+      pAnswer = std::make_unique<JParams>();
+      pAnswer->add("peer", getCurrentPeer()->toString());
     } else if (sFunction == "badname") {
       pAnswer = std::make_unique<JParams>();
       pAnswer->add("line\nbreak", 1);
@@ -124,6 +127,16 @@ TEST(RpcServer, EveryConnectionIsOpenedAndClosedOnceUnderAnIdOfItsOwn) {
   EXPECT_EQ(ids.size(), 50U);
   EXPECT_EQ(service.iOpened, 50);
   EXPECT_EQ(service.iClosed, 50);
+}
+
+TEST(RpcServer, TellsWhoseRequestIsServed) {
+  TestService service;
+  RawClient first(service.getPort());
+  RawClient second(service.getPort());
+  for (RawClient* const pClient : {&first, &second, &first}) {
+    EXPECT_EQ(pClient->ask("peer()"), "OK peer=\"" + pClient->socket().getLocalAddress()->toString() + "\"");
+  }
+  EXPECT_EQ(thrownBy([] { JRPCServer::getCurrentPeer(); }), "no request is being served here");
 }
 
 /// A client that closes its writing side still gets every answer that it is owed, even though it goes on
