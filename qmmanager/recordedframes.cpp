@@ -186,7 +186,7 @@ bool RecordedFrames::advance() {
 /// Whether the frame that the reader stands at is to be given. May move on or leave the file.
 bool RecordedFrames::isWanted() {
   if (m_pInput->isAuthentication()) {
-    return m_bGiven;
+    return m_bGiven && hasSizeOfFrame();
   }
   m_bGiven = false;
   while (hiddenAt(getFrameDate()) != nullptr) {
@@ -201,16 +201,21 @@ bool RecordedFrames::isWanted() {
   if (getFrameDate() < m_lower) {
     return false;
   }
+  if (qm_ci::getFrameKind(m_frame.getPictureType()) == qm_ci::kFrameKindStreamInfo) {
+    return false;  // would be taken for the description of what follows
+  }
+  m_bGiven = hasSizeOfFrame();
+  return m_bGiven;
+}
+
+/// Whether a copy can take the frame that the reader stands at; else it is told in the log.
+bool RecordedFrames::hasSizeOfFrame() const {
   if (m_uPayload > kMaxPayload) {
     qm_err::log(qm_err::kLogError,
                 "A frame of %u bytes in %s is larger than any copy takes; it is left out\n", m_uPayload,
                 m_pInput->getFileInfo().getFileName().c_str());
     return false;
   }
-  if (qm_ci::getFrameKind(m_frame.getPictureType()) == qm_ci::kFrameKindStreamInfo) {
-    return false;  // would be taken for the description of what follows
-  }
-  m_bGiven = true;
   return true;
 }
 

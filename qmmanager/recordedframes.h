@@ -74,6 +74,7 @@ class RecordedFrames {
   bool goToNumber(std::int64_t iNumber);
   bool skipHidden();
   bool isWanted();
+  bool hasSizeOfFrame() const;
   bool isNewDescription() const;
   std::optional<std::int64_t> startNumber() const;
   FileStreamInfo& stream() const;

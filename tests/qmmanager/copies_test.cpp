@@ -249,6 +249,27 @@ TEST_F(CopiesTest, PassDamageOverAndTellWhenTheEndIsMissing) {
   EXPECT_THAT(copied("cam 1", 0, 100 * kPeriod, "d.asf"), HasSubstr("can't be read"));
 }
 
+TEST_F(CopiesTest, LeaveOutAFrameThatNoStreamTakes) {
+  const std::string sWork = archive.temp.path("large.asf");
+  const qm_ci::InfoBlock block = qm_ci::StreamDataInfo::make("application/x-test", "<d/>", 25, 1, 100U << 20);
+  const auto stream = makeStreamInfo(qm_ci::StreamDataInfo(block));
+  auto pWriter = writerOf("asf", sWork);
+  pWriter->open(&stream, nullptr, nullptr);
+  for (std::uint64_t i = 0; i < 3; ++i) {
+    write(*pWriter, 1, numbered(1, i, i == 1 ? std::size_t{64} << 20 : 50));
+  }
+  pWriter.reset();
+  const TimeSpan span(JTime::fromMicroseconds(kBegin), JTime::fromMicroseconds(kBegin + 2 * kPeriod));
+  fs::rename(sWork, archive.unit("cam 1", 25) + "/" + Slice::computeFileName(span, 1, ".asf"));
+  archive.serve();
+  const LogCapture log;
+  EXPECT_EQ(copied("cam 1", 0, 100 * kPeriod, "a.asf"), "0 2");
+  const auto messages = log.messages();
+  EXPECT_TRUE(std::any_of(messages.begin(), messages.end(), [](const LoggedMessage& message) {
+    return message.text.starts_with("A frame of 67108864 bytes in");
+  }));
+}
+
 TEST_F(CopiesTest, TakeTheFileThatIsBeingWrittenAsFarAsItHasGot) {
   archive.record("cam 1", 25, 0, 10, wholeVideoStream());
   archive.serve();
