@@ -99,9 +99,11 @@ class Execution {
     if (spans.empty()) {
       return;
     }
-    const std::string sDataType = unit.getMedia().sDataType;
+    using Item = StorageSearchItemImpl;
+    const auto pStream =
+        std::make_shared<const Item::Stream>(Item::Stream{sSource, unit.getMedia().sDataType});
     for (const TimeSpan& span : spans) {
-      results.add(std::make_unique<StorageSearchItemImpl>(span, sSource, iFps, sDataType).release());
+      results.add(std::make_unique<Item>(span, iFps, pStream).release());
     }
   }
 

@@ -49,15 +49,27 @@ std::string_view dataTypeOfOldType(std::int32_t iType) {
 
 }  // namespace
 
+StorageSearchItemImpl::StorageSearchItemImpl(const TimeSpan& span, std::int32_t iFps, StreamPtr pStream)
+    : TimeSpan(span), m_pStream(std::move(pStream)), m_iFps(iFps) {}
+
 StorageSearchItemImpl::StorageSearchItemImpl(const TimeSpan& span, std::string sSourceName, std::int32_t iFps,
                                              std::string sDataType)
-    : TimeSpan(span),
-      m_sSourceName(std::move(sSourceName)),
-      m_iFps(iFps),
-      m_sDataType(std::move(sDataType)) {}
+    : StorageSearchItemImpl(
+          span, iFps, std::make_shared<const Stream>(Stream{std::move(sSourceName), std::move(sDataType)})) {}
+
+const StorageSearchItemImpl::Stream& StorageSearchItemImpl::stream() const noexcept {
+  static const Stream s_unknown;
+  return m_pStream ? *m_pStream : s_unknown;
+}
+
+void StorageSearchItemImpl::shareStream(const StorageSearchItemImpl& other) {
+  if (stream() == other.stream()) {
+    m_pStream = other.m_pStream;
+  }
+}
 
 std::int32_t StorageSearchItemImpl::getFileType() const {
-  const std::string_view sType = m_sDataType;
+  const std::string_view sType = getDataType();
   if (sType.starts_with("video")) {
     return kVideoFile;
   }
@@ -69,8 +81,8 @@ std::int32_t StorageSearchItemImpl::getFileType() const {
 
 std::string StorageSearchItemImpl::toString() const {
   constexpr std::size_t kFixedSize = 128;
-  return qm_storage::RowText(kFixedSize + m_sSourceName.size())
-      .text("Sourcename", m_sSourceName)
+  return qm_storage::RowText(kFixedSize + getSourceName().size())
+      .text("Sourcename", getSourceName())
       .number("FileType", getFileType())
       .number("Fps", m_iFps)
       .date("StartDate", startDate)
@@ -83,22 +95,24 @@ JTime StorageSearchItemImpl::getDuration() const {
 }
 
 void StorageSearchItemImpl::serialise(JRPCSerialisation& target) const {
-  target.serialise("DataType", m_sDataType);
+  target.serialise("DataType", getDataType());
   target.serialise("FPS", m_iFps);
-  target.serialise("SourceName", m_sSourceName);
+  target.serialise("SourceName", getSourceName());
   qm_storage::serialiseDate(target, "StartDate", startDate);
   qm_storage::serialiseDate(target, "EndDate", endDate);
 }
 
 void StorageSearchItemImpl::deserialise(JRPCDeserialisation& source, bool /*bRequired*/) {
+  const auto pStream = std::make_shared<Stream>(stream());
+  m_pStream = pStream;
   std::int32_t iType = 0;
   if (readOldType(source, iType)) {
-    m_sDataType = dataTypeOfOldType(iType);
+    pStream->sDataType = dataTypeOfOldType(iType);
   } else {
-    source.deserialise("DataType", m_sDataType, true);
+    source.deserialise("DataType", pStream->sDataType, true);
   }
   source.deserialise("FPS", m_iFps, true);
-  source.deserialise("SourceName", m_sSourceName, true);
+  source.deserialise("SourceName", pStream->sSourceName, true);
   qm_storage::deserialiseDate(source, "StartDate", startDate);
   qm_storage::deserialiseDate(source, "EndDate", endDate);
 }
@@ -167,10 +181,15 @@ void StorageSearchResultSetImpl::deserialise(JRPCDeserialisation& source, bool /
   const std::uint32_t uSize = qm_utils::deserialiseSize(source);
   m_items.reserve(m_items.size() + std::min<std::size_t>(uSize, source.getEntryCount()));
   qm_utils::RpcSlotName slot("vec");
+  const StorageSearchItemImpl* pBefore = nullptr;
   for (std::uint32_t uIndex = 0; uIndex < uSize; ++uIndex) {
     auto pItem = std::make_unique<StorageSearchItemImpl>();
-    JRPCObject& object = *pItem;
+    StorageSearchItemImpl& item = *pItem;
     add(pItem.release());
-    source.deserialise(slot.of(uIndex), object, true);
+    source.deserialise(slot.of(uIndex), item, true);
+    if (pBefore != nullptr) {
+      item.shareStream(*pBefore);
+    }
+    pBefore = &item;
   }
 }

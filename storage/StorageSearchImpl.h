@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,17 +14,28 @@
 /// span.
 class StorageSearchItemImpl final : public StorageSearchItem, public TimeSpan {
  public:
+  /// What the items of a stream have in common. A search of a million items has few streams, which its items
+  /// share.
+  struct Stream {
+    std::string sSourceName;
+    std::string sDataType;
+
+    bool operator==(const Stream&) const = default;
+  };
+  using StreamPtr = std::shared_ptr<const Stream>;
+
   StorageSearchItemImpl() = default;
+  StorageSearchItemImpl(const TimeSpan& span, std::int32_t iFps, StreamPtr pStream);
   StorageSearchItemImpl(const TimeSpan& span, std::string sSourceName, std::int32_t iFps,
                         std::string sDataType);
 
   JRPCObject& getRpcObject() override { return *this; }
   const JRPCObject& getRpcObject() const override { return *this; }
 
-  const std::string& getSourceName() const override { return m_sSourceName; }
+  const std::string& getSourceName() const override { return stream().sSourceName; }
   std::int32_t getFps() const override { return m_iFps; }
   std::int32_t getFileType() const override;
-  const std::string& getDataType() const override { return m_sDataType; }
+  const std::string& getDataType() const override { return stream().sDataType; }
   std::string toString() const override;
   JTime getDuration() const override;
   const JTime& getStart() const override { return startDate; }
@@ -35,10 +47,14 @@ class StorageSearchItemImpl final : public StorageSearchItem, public TimeSpan {
   /// Throws JDeserialisationError when a key is missing, or for a "Type" that there isn't.
   void deserialise(JRPCDeserialisation& source, bool bRequired) override;
 
+  /// Shares the stream of another item, if it is the same.
+  void shareStream(const StorageSearchItemImpl& other);
+
  private:
-  std::string m_sSourceName;
+  const Stream& stream() const noexcept;
+
+  StreamPtr m_pStream;  ///< null: nothing is known of it
   std::int32_t m_iFps = 0;
-  std::string m_sDataType;
 };
 
 /// A result set as it travels: "size", then each item under "vec%u", counted from 0.
