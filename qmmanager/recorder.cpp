@@ -173,8 +173,8 @@ std::string Recorder::getSummary() const {
   if (m_slices.empty()) {
     return "nothing was recorded";
   }
-  return "recorded are " + std::to_string(m_slices.size()) + " slices, from " +
-         textOf({m_slices.front().getSpan().startDate, m_slices.back().getSpan().endDate});
+  return "recorded " + std::to_string(m_slices.size()) + (m_slices.size() == 1 ? " slice" : " slices") +
+         ", from " + textOf({m_slices.front().getSpan().startDate, m_slices.back().getSpan().endDate});
 }
 
 void Recorder::run(const MediaProgress& progress) {

@@ -124,7 +124,7 @@ TEST(Import, TellsWhyNot) {
   }
   const ToolRun next = full({"--start", "2011-03-03T10:01:00Z", "--fps", "12"});
   EXPECT_EQ(next.iStatus, 0) << next.sError;
-  EXPECT_THAT(next.sOut, HasSubstr("recorded are 1 slices"));
+  EXPECT_THAT(next.sOut, HasSubstr("recorded 1 slice, from"));
 }
 
 /// The tool itself, on a file that takes it a while.
