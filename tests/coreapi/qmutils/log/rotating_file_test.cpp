@@ -9,7 +9,6 @@
 #include "coreapi/qmutils/log/logdirectory.h"
 #include "coreapi/qmutils/time/jsplittime.h"
 #include "tests/coreapi/qmutils/log/log_test_support.h"
-#include "tests/support/tempdir.h"
 
 namespace {
 
@@ -48,7 +47,7 @@ class LogRotatingFile : public testing::Test {
   }
 
   std::string contents(const std::string& sName) const {
-    return qm_test::contentsOf(m_directory.path("logs/" + sName));
+    return qm_test::readFile(m_directory.path("logs/" + sName));
   }
 
   static void failCall(std::uint64_t uNth, int iError) {
