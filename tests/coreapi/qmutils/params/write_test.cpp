@@ -41,10 +41,6 @@ struct WriteCase {
   std::size_t maxLength;
 };
 
-void PrintTo(const WriteCase& row, std::ostream* out) {
-  *out << row.text;
-}
-
 class WrittenVariant : public testing::TestWithParam<WriteCase> {};
 
 TEST_P(WrittenVariant, HasItsFormWithinItsBound) {
