@@ -11,8 +11,6 @@
 
 namespace {
 
-using testing::IsEmpty;
-
 /// A file of a number of bytes for one test.
 class FileContents : public testing::Test {
  protected:
@@ -30,7 +28,7 @@ TEST_F(FileContents, AreReadWholeUpToTheLimit) {
     EXPECT_EQ(m_contents, std::vector<std::uint8_t>(size, 'x'));
   }
   EXPECT_EQ(qm_platform::readFileContents(m_sPath, 199'999, m_contents), EFBIG);
-  EXPECT_THAT(m_contents, IsEmpty());
+  EXPECT_THAT(m_contents, testing::IsEmpty());
   EXPECT_EQ(qm_platform::readFileContents("/no/such/file", 10, m_contents), ENOENT);
   EXPECT_EQ(qm_platform::readFileContents("/tmp", 10, m_contents), EISDIR);
 }

@@ -13,7 +13,6 @@ namespace {
 
 using testing::IsEmpty;
 using testing::SizeIs;
-using testing::StartsWith;
 
 struct TextCase {
   const char* name;
@@ -91,18 +90,6 @@ TEST(Error, LongTextsAreCutWhereTheirClassSaysSo) {
   EXPECT_EQ(error.getFile(), std::string(255, 'f'));
   EXPECT_EQ(error.getLine(), 12);
   EXPECT_THAT(JGenericErrorBase(std::string(3000, 'm'), "f", "", "a.cpp", 1).getMessage(), IsEmpty());
-}
-
-TEST(Error, ThrowSiteNamesItsFileWithoutDirectory) {
-  const int iLine = __LINE__ + 2;
-  try {
-    QM_THROW(JSerialisationError, "m", "f");
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    EXPECT_STREQ(error->getFile(), "error_texts_test.cpp");
-    EXPECT_EQ(error->getLine(), iLine);
-    EXPECT_EQ(error->getMessage(), "error_texts_test.cpp(" + std::to_string(iLine) + ") : function f : m");
-  }
 }
 
 TEST(Error, LoggingFormsGiveLevelSiteAndTag) {

@@ -9,12 +9,10 @@
 
 namespace {
 
-using qm_test::makeRecord;
 using qm_test::messagesOf;
 using qm_test::RecordingOutput;
 using qm_test::thrownBy;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 class LogFacade : public qm_test::LogTest {
@@ -50,7 +48,7 @@ TEST_F(LogFacade, RecordTellsWhereAndWhenItWasMade) {
   const JLog::Msg& second = m_pRecords->back();
   EXPECT_EQ(second.sMessage, "3 of four");
   EXPECT_EQ(second.sInstance, "Manager");
-  EXPECT_THAT(second.sFile, IsEmpty());
+  EXPECT_THAT(second.sFile, testing::IsEmpty());
   EXPECT_EQ(second.uLine, 0U);
   EXPECT_EQ(second.sClass, "_undef_");
 }

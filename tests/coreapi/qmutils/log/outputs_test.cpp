@@ -6,19 +6,16 @@
 #include <unistd.h>
 
 #include "coreapi/platform/faultseam.h"
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/JLogDebugOutput.h"
 #include "coreapi/qmutils/log/JLogFileOutput.h"
 #include "tests/coreapi/qmutils/log/log_test_support.h"
 
 namespace {
 
-using qm_test::FileSizeLimit;
 using qm_test::makeRecord;
 using qm_test::readFile;
 using qm_test::TestKey;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 /// A formatted output without a thread that keeps its lines.
 class LineOutput : public JLogFormattedOutput {
@@ -181,7 +178,7 @@ TEST_F(LogFileOutput, FailureInAGroupLosesTheCutLineAlone) {
 
   std::filesystem::resize_file(m_sPath, 0);
   {
-    const FileSizeLimit limit(std::string("one\ntwo\nli").size());
+    const qm_test::FileSizeLimit limit(std::string("one\ntwo\nli").size());
     EXPECT_EQ(output.writeRecords(group), 2U);
   }
   EXPECT_EQ(output.writeRecords(std::span(group).last(1)), 1U);

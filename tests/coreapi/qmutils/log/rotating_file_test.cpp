@@ -15,8 +15,6 @@ namespace {
 using qm_test::makeRecord;
 using qm_utils::LogDirectory;
 using qm_utils::LogFileClock;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 JTime localTime(int iYear, int iMonth, int iDay, int iHour, int iMinute, int iSecond, int iMicrosecond) {
@@ -92,7 +90,7 @@ TEST_F(LogRotatingFile, HasNoLimitOfAFileForTheSizeZeroAndNoFileAtAllWithoutADir
   makeOutput(m_directory.path("none"), 0, 1024)->write(makeRecord("x"));
   makeOutput("", 4096, 1024)->write(makeRecord("x"));
   makeOutput(m_directory.write("file", ""), 4096, 1024)->write(makeRecord("x"));
-  EXPECT_THAT(names("."), ElementsAre("file", "logs"));
+  EXPECT_THAT(names("."), testing::ElementsAre("file", "logs"));
 }
 
 TEST_F(LogRotatingFile, TellsHowLongADiskWasFullInTheSameFile) {

@@ -19,7 +19,6 @@
 namespace {
 
 using qm_test::makeRecord;
-using testing::ElementsAre;
 
 JLog::Msg recordAt(std::uint32_t uLevel, const std::string& sMessage) {
   JLog::Msg record = makeRecord(sMessage, uLevel);
@@ -116,8 +115,8 @@ TEST(LogSyslogFailures, AreToldAndDropAllLines) {
         errors.push_back(message.text);
       }
     }
-    EXPECT_THAT(errors, ElementsAre(testing::StartsWith(std::string("SysLog network logging not started: ") +
-                                                        row.szText)));
+    EXPECT_THAT(errors, testing::ElementsAre(testing::StartsWith(
+                            std::string("SysLog network logging not started: ") + row.szText)));
     output.write(makeRecord("x"));
     EXPECT_EQ(output.getLostCount(), 0U);
   }

@@ -16,7 +16,6 @@ namespace {
 
 using qm_test::makeRecord;
 using qm_test::messagesOf;
-using qm_test::UdpFault;
 using testing::ElementsAre;
 
 constexpr int kBuffer = 1000;
@@ -52,7 +51,7 @@ TEST_F(LogUdp, CarriesWholeRecordsAndCutsWhatIsTooLong) {
 TEST_F(LogUdp, FaultsOnTheWayCostNothingButWhatTheyHit) {
   const struct {
     const char* name;
-    UdpFault faults[6];
+    qm_test::UdpFault faults[6];
     std::vector<std::string> messages;  ///< of the records 0 to 5, as they arrive
   } rows[] = {
       {"drop", {{0, 0}, {1, 0}, {0, 0}, {1, 0}, {0, 0}, {1, 0}}, {"1", "3", "5"}},

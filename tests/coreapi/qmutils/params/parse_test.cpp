@@ -1,7 +1,6 @@
 #include <cstdint>
 #include <gmock/gmock.h>
 #include <limits>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,7 +12,6 @@ namespace {
 
 using namespace std::string_literals;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 JVariant bytes(JVariant::Type eType, std::string_view sBytes, std::string_view sName = "a") {
   return {sName, reinterpret_cast<const std::uint8_t*>(sBytes.data()),
@@ -279,7 +277,7 @@ TEST(FailedParse, LeavesEverythingAsItWasAndLogs) {
     ASSERT_EQ(log.messages().size(), 1U);
     EXPECT_EQ(log.messages()[0].level, qm_err::kLogException);
     EXPECT_EQ(log.messages()[0].tag, "Exception CATCH");
-    EXPECT_THAT(log.messages()[0].text, HasSubstr("('" + row.expected.message + "')"));
+    EXPECT_THAT(log.messages()[0].text, testing::HasSubstr("('" + row.expected.message + "')"));
 
     JVariant next("next", 2);
     JVariant variant("old", 1, &next);
