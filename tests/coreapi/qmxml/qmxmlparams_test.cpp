@@ -155,4 +155,14 @@ TEST_F(XmlParams, CopiesAreTheirOwn) {
   EXPECT_EQ(m_params.getInt("n"), 7);
 }
 
+TEST_F(XmlParams, ABadTextLeavesTheConfigurationAndSaysWhy) {
+  const qm_test::LogCapture log;
+  EXPECT_EQ(m_params.setConfig("<a>", false), -1);
+  EXPECT_EQ(m_params.getInt("n"), 12);
+  ASSERT_FALSE(log.messages().empty());
+  EXPECT_EQ(log.messages()[0].level, 9);
+  EXPECT_THAT(log.messages()[0].text,
+              testing::StartsWith("read(): Error parsing XML content (Premature end"));
+}
+
 }  // namespace

@@ -297,6 +297,22 @@ TEST(Thread, ManyComeAndGoWhileTheListIsRead) {
   EXPECT_EQ(runs, 600);
 }
 
+TEST(ThreadLocalStorage, HoldsAValueForEachThreadStartingAtNull) {
+  int iMine = 0;
+  int iOther = 0;
+  for (int round = 0; round < 2; ++round) {  // the second round uses the slot again
+    JThreadLocalStorage slot;
+    EXPECT_EQ(slot.getValue(), nullptr);
+    slot.setValue(&iMine);
+    Crew({[&] {
+      EXPECT_EQ(slot.getValue(), nullptr);
+      slot.setValue(&iOther);
+      EXPECT_EQ(slot.getValue(), &iOther);
+    }}).stop();
+    EXPECT_EQ(slot.getValue(), &iMine);
+  }
+}
+
 TEST(ThreadLocalStorage, WithoutASlotIsInvalidAndSaysSo) {
   const LogCapture log;
   std::vector<std::unique_ptr<JThreadLocalStorage>> all;
