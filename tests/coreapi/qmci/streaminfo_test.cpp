@@ -16,15 +16,15 @@ namespace qm_ci {
 namespace {
 
 using qm_platform::readLE32;
-using qm_test::audio;
 using qm_test::audioStream;
-using qm_test::data;
 using qm_test::dataStream;
 using qm_test::LogCapture;
 using qm_test::thrownBy;
-using qm_test::video;
 using qm_test::videoStream;
-using qm_test::word;
+using qm_test::damage::audio;
+using qm_test::damage::data;
+using qm_test::damage::video;
+using qm_test::damage::word;
 using testing::StartsWith;
 
 /// Prints 2,000 as 2.000.

@@ -20,15 +20,15 @@ using qm_platform::readBE32;
 using qm_platform::readLE16;
 using qm_platform::readLE32;
 using qm_platform::writeLE32;
-using qm_test::audio;
 using qm_test::audioStream;
-using qm_test::data;
 using qm_test::dataStream;
 using qm_test::LogCapture;
 using qm_test::thrownBy;
-using qm_test::video;
 using qm_test::videoStream;
-using qm_test::word;
+using qm_test::damage::audio;
+using qm_test::damage::data;
+using qm_test::damage::video;
+using qm_test::damage::word;
 using testing::HasSubstr;
 
 std::vector<std::uint8_t> blockOf(const JParams& params) {

@@ -38,17 +38,17 @@ qm_ci::StreamInfo dataStream(const std::string& sProperties, const char* szMIMET
   return makeStreamInfo(qm_ci::StreamDataInfo(block), sProperties);
 }
 
-qm_ci::StreamInfo video() {
+qm_ci::StreamInfo damage::video() {
   return videoStream("a=1");
 }
-qm_ci::StreamInfo audio() {
+qm_ci::StreamInfo damage::audio() {
   return audioStream("a=1");
 }
-qm_ci::StreamInfo data() {
+qm_ci::StreamInfo damage::data() {
   return dataStream("a=1");
 }
 
-std::function<void(std::vector<std::uint8_t>&)> word(std::size_t at, std::uint32_t uValue) {
+std::function<void(std::vector<std::uint8_t>&)> damage::word(std::size_t at, std::uint32_t uValue) {
   return [=](std::vector<std::uint8_t>& bytes) { qm_platform::writeLE32(&bytes[at], uValue); };
 }
 

@@ -22,12 +22,17 @@ qm_ci::StreamInfo dataStream(const std::string& sProperties = {},
                              const char* szMIMEType = "application/x-qmpluginstream",
                              const std::string& sDescription = "<d/>");
 
-/// One of each with a property, for damage.
+/// What damaged descriptions are made from.
+namespace damage {
+
+/// One of each kind with a property.
 qm_ci::StreamInfo video();
 qm_ci::StreamInfo audio();
 qm_ci::StreamInfo data();
 
-/// Damage: another word at an offset of a block.
+/// Puts another word at an offset of a block.
 std::function<void(std::vector<std::uint8_t>&)> word(std::size_t at, std::uint32_t uValue);
+
+}  // namespace damage
 
 }  // namespace qm_test
