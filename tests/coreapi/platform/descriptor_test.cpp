@@ -3,16 +3,14 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <unistd.h>
 
 #include "coreapi/platform/brokenpipe.h"
 #include "coreapi/platform/faultseam.h"
+#include "tests/support/tempdir.h"
 
 namespace {
 
@@ -20,11 +18,7 @@ using qm_platform::FaultKind;
 
 class Descriptor : public testing::Test {
  protected:
-  Descriptor() { std::filesystem::remove(m_sPath); }
-  ~Descriptor() override {
-    qm_platform::disarmFaults();
-    std::filesystem::remove(m_sPath);
-  }
+  ~Descriptor() override { qm_platform::disarmFaults(); }
 
   static void failCalls(FaultKind kind, bool bOnwards = false) {
     qm_platform::armFaults({.seams = static_cast<std::uint32_t>(qm_platform::Seam::kFile),
@@ -34,12 +28,8 @@ class Descriptor : public testing::Test {
                             .onwards = bOnwards});
   }
 
-  std::string contents() const {
-    std::ifstream file(m_sPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-
-  const std::string m_sPath = testing::TempDir() + "qm_descriptor_" + std::to_string(getpid());
+  const qm_test::TempDir m_directory;
+  const std::string m_sPath = m_directory.path("file");
 };
 
 TEST_F(Descriptor, AppendsAndIsClosedOnExec) {
@@ -54,7 +44,7 @@ TEST_F(Descriptor, AppendsAndIsClosedOnExec) {
     EXPECT_EQ(qm_platform::writeAll(iSecond, "c", 1), 0);
     EXPECT_EQ(qm_platform::closeDescriptor(iSecond), 0);
   }
-  EXPECT_EQ(contents(), "abcabc");
+  EXPECT_EQ(qm_test::readFile(m_sPath), "abcabc");
 }
 
 TEST_F(Descriptor, EachCallMayFailOrBeInterrupted) {
@@ -80,7 +70,7 @@ TEST_F(Descriptor, EachCallMayFailOrBeInterrupted) {
   EXPECT_EQ(qm_platform::closeDescriptor(iFile), ENOSPC);
   qm_platform::disarmFaults();
   EXPECT_EQ(qm_platform::closeDescriptor(iFile), EBADF);  // it was closed all the same
-  EXPECT_EQ(contents(), "byte by byte!");
+  EXPECT_EQ(qm_test::readFile(m_sPath), "byte by byte!");
 }
 
 TEST_F(Descriptor, WaitsWhereANonBlockingPipeIsFull) {

@@ -2,28 +2,22 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <string>
 #include <vector>
 
 #include "coreapi/platform/faultseam.h"
-#include "coreapi/platform/process.h"
+#include "tests/support/tempdir.h"
 
 namespace {
-
-using testing::IsEmpty;
 
 /// A file of a number of bytes for one test.
 class FileContents : public testing::Test {
  protected:
-  ~FileContents() override { std::filesystem::remove(m_sPath); }
+  void write(std::size_t size) const { m_directory.write("file", std::string(size, 'x')); }
 
-  void write(std::size_t size) const { std::ofstream(m_sPath, std::ios::binary) << std::string(size, 'x'); }
-
-  const std::string m_sPath =
-      std::filesystem::temp_directory_path() / ("qm_contents_" + std::to_string(qm_platform::processId()));
+  const qm_test::TempDir m_directory;
+  const std::string m_sPath = m_directory.path("file");
   std::vector<std::uint8_t> m_contents = {1, 2, 3};
 };
 
@@ -34,7 +28,7 @@ TEST_F(FileContents, AreReadWholeUpToTheLimit) {
     EXPECT_EQ(m_contents, std::vector<std::uint8_t>(size, 'x'));
   }
   EXPECT_EQ(qm_platform::readFileContents(m_sPath, 199'999, m_contents), EFBIG);
-  EXPECT_THAT(m_contents, IsEmpty());
+  EXPECT_THAT(m_contents, testing::IsEmpty());
   EXPECT_EQ(qm_platform::readFileContents("/no/such/file", 10, m_contents), ENOENT);
   EXPECT_EQ(qm_platform::readFileContents("/tmp", 10, m_contents), EISDIR);
 }

@@ -126,58 +126,51 @@ struct AssertionCase {
   std::uint32_t dwFormat = QMCI_FMT_PACKET;
 };
 
-class BitstreamMisuse : public testing::TestWithParam<AssertionCase> {};
-
-TEST_P(BitstreamMisuse, IsLoggedAndRefused) {
-  const LogCapture log;
-  Bitstream bitstream;
-  bitstream.setMaxSize(100, GetParam().dwFormat, 1);
-  EXPECT_TRUE(GetParam().refused(bitstream));
-  EXPECT_TRUE(log.has(11, std::string("ASSERTION FAILED (") + GetParam().text + ")"));
+TEST(BitstreamMisuse, IsLoggedAndRefused) {
+  const AssertionCase rows[] = {
+      {"CountOfLinear", [](Bitstream& b) { return b.getNbPackets() == -1; },
+       "m_psConstCIStream->dwFormat==QMCI_FMT_PACKET || "
+       "m_psConstCIStream->dwFormat==QMCI_FMT_SUBSTREAM",
+       QMCI_FMT_LINEAR},
+      {"AddToLinear", [](Bitstream& b) { return !b.setPacketData("x", 1, 0); },
+       "m_psConstCIStream->dwFormat==QMCI_FMT_PACKET", QMCI_FMT_LINEAR},
+      {"SplitSubstreams",
+       [](Bitstream& b) {
+         Bitstream rest;
+         return !b.splitGroup(1, rest);
+       },
+       "m_psConstCIStream->dwFormat==QMCI_FMT_PACKET", QMCI_FMT_SUBSTREAM},
+      {"OwnBytesAsExternal",
+       [](Bitstream& b) {
+         return !b.addExternalPacket(b.getQMCIBitstreamPtr() + b.getAllocatedSize() - 1, 1, 0);
+       },
+       "isDataExternal(pBuf)"},
+      {"NullAsExternal", [](Bitstream& b) { return !b.addExternalPacket(nullptr, 1, 0); },
+       "isDataExternal(pBuf)"},
+      {"OwnBytesCopied", [](Bitstream& b) { return !b.setPacketData(b.getQMCIBitstreamPtr(), 1, 0); },
+       "pBuf==0 || isDataExternal(pBuf)"},
+      {"TableFull", [](Bitstream& b) { return b.setPacketData("x", 1, 0) && !b.setPacketData("x", 1, 0); },
+       "pPacketData->dwNumPackets<m_dwAllocatedPacket"},
+      {"LengthOfNoPacket", [](Bitstream& b) { return !b.setPacketLength(0, -1); }, "iIdx>=0"},
+      {"PopOfNoPacket", [](Bitstream& b) { return !b.popPacket(); }, "pPacketData->dwNumPackets>0"},
+      {"Stride", [](Bitstream& b) { return b.getIoBufs({}, 0, 0) == -1; }, "iOff >= 0 && iStep >= 1"},
+      {"ShortBlock",
+       [](Bitstream& b) {
+         std::array<std::uint8_t, 47> block;
+         block.fill(1);
+         b.attach(block.data(), 47);
+         return b.getConstQMCIBitstreamPtr() == nullptr && block[46] == 0;
+       },
+       "uAllocatedSize >= sizeof(QMCIBitstream)"}};
+  for (const AssertionCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const LogCapture log;
+    Bitstream bitstream;
+    bitstream.setMaxSize(100, row.dwFormat, 1);
+    EXPECT_TRUE(row.refused(bitstream));
+    EXPECT_TRUE(log.has(11, std::string("ASSERTION FAILED (") + row.text + ")"));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Calls, BitstreamMisuse,
-    testing::Values(
-        AssertionCase{"CountOfLinear", [](Bitstream& b) { return b.getNbPackets() == -1; },
-                      "m_psConstCIStream->dwFormat==QMCI_FMT_PACKET || "
-                      "m_psConstCIStream->dwFormat==QMCI_FMT_SUBSTREAM",
-                      QMCI_FMT_LINEAR},
-        AssertionCase{"AddToLinear", [](Bitstream& b) { return !b.setPacketData("x", 1, 0); },
-                      "m_psConstCIStream->dwFormat==QMCI_FMT_PACKET", QMCI_FMT_LINEAR},
-        AssertionCase{"SplitSubstreams",
-                      [](Bitstream& b) {
-                        Bitstream rest;
-                        return !b.splitGroup(1, rest);
-                      },
-                      "m_psConstCIStream->dwFormat==QMCI_FMT_PACKET", QMCI_FMT_SUBSTREAM},
-        AssertionCase{"OwnBytesAsExternal",
-                      [](Bitstream& b) {
-                        return !b.addExternalPacket(b.getQMCIBitstreamPtr() + b.getAllocatedSize() - 1, 1, 0);
-                      },
-                      "isDataExternal(pBuf)"},
-        AssertionCase{"NullAsExternal", [](Bitstream& b) { return !b.addExternalPacket(nullptr, 1, 0); },
-                      "isDataExternal(pBuf)"},
-        AssertionCase{"OwnBytesCopied",
-                      [](Bitstream& b) { return !b.setPacketData(b.getQMCIBitstreamPtr(), 1, 0); },
-                      "pBuf==0 || isDataExternal(pBuf)"},
-        AssertionCase{"TableFull",
-                      [](Bitstream& b) { return b.setPacketData("x", 1, 0) && !b.setPacketData("x", 1, 0); },
-                      "pPacketData->dwNumPackets<m_dwAllocatedPacket"},
-        AssertionCase{"LengthOfNoPacket", [](Bitstream& b) { return !b.setPacketLength(0, -1); }, "iIdx>=0"},
-        AssertionCase{"PopOfNoPacket", [](Bitstream& b) { return !b.popPacket(); },
-                      "pPacketData->dwNumPackets>0"},
-        AssertionCase{"Stride", [](Bitstream& b) { return b.getIoBufs({}, 0, 0) == -1; },
-                      "iOff >= 0 && iStep >= 1"},
-        AssertionCase{"ShortBlock",
-                      [](Bitstream& b) {
-                        std::array<std::uint8_t, 47> block;
-                        block.fill(1);
-                        b.attach(block.data(), 47);
-                        return b.getConstQMCIBitstreamPtr() == nullptr && block[46] == 0;
-                      },
-                      "uAllocatedSize >= sizeof(QMCIBitstream)"}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace
 }  // namespace qm_ci

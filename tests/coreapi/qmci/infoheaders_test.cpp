@@ -16,7 +16,6 @@ namespace {
 
 using namespace qm_ci;
 using qm_test::Bytes;
-using qm_test::bytesOf;
 using qm_test::thrownBy;
 
 Bytes blockOf(const BitmapInfoHeader& header, std::string_view extra = {}) {
@@ -44,7 +43,7 @@ Bytes chunkOfFfmpeg(const std::string& sOptions, const std::string& sFile, const
   const std::string sContent = qm_test::readFile(dir.path(sFile));
   const std::size_t at = sContent.find(sChunk);
   const std::size_t size = qm_platform::readLE32(sContent.data() + at + 4);
-  return qm_test::bytesOf(bytesOf(std::string_view(sContent).substr(at + 8, size)));
+  return qm_test::bytesOf(qm_test::bytesOf(std::string_view(sContent).substr(at + 8, size)));
 }
 
 class InfoHeaders : public testing::Test {

@@ -40,44 +40,34 @@ constexpr const char* kData =
     "<DataInfo version=\"1.0\">\n<NomMaxBitstreamSize>77</NomMaxBitstreamSize>\n"
     "<MIMEType>application/x</MIMEType>\n<StreamParams>\n\t<a/>\n</StreamParams>\n</DataInfo>";
 
-/// One kind of description, so that all three go through the same tests.
-template <typename Info>
-struct Kind;
+/// The form of a description, and how its update calls itself in the log.
+using Kind = std::pair<const char*, const char*>;
 
-template <>
-struct Kind<QMVideoInfo> {
-  static constexpr const char* kForm = kVideo;
-  static constexpr const char* kOperation = "updateVideoInfoFromXMLDesc(): ";
-  static bool update(QMVideoInfo& info, const std::string& sText) {
-    return info.updateVideoInfoFromXMLDesc(sText.data(), sText.size());
-  }
-};
+Kind kindOf(const QMVideoInfo&) {
+  return {kVideo, "updateVideoInfoFromXMLDesc(): "};
+}
+Kind kindOf(const QMAudioInfo&) {
+  return {kAudio, "updateAudioInfoFromXMLDesc(): "};
+}
+Kind kindOf(const QMDataInfo&) {
+  return {kData, "updateDataInfoFromXMLDesc(): "};
+}
 
-template <>
-struct Kind<QMAudioInfo> {
-  static constexpr const char* kForm = kAudio;
-  static constexpr const char* kOperation = "updateAudioInfoFromXMLDesc(): ";
-  static bool update(QMAudioInfo& info, const std::string& sText) {
-    return info.updateAudioInfoFromXMLDesc(sText.data(), sText.size());
-  }
-};
-
-template <>
-struct Kind<QMDataInfo> {
-  static constexpr const char* kForm = kData;
-  static constexpr const char* kOperation = "updateDataInfoFromXMLDesc(): ";
-  static bool update(QMDataInfo& info, const std::string& sText) {
-    return info.updateDataInfoFromXMLDesc(sText.data(), sText.size());
-  }
-};
+bool update(QMVideoInfo& info, const std::string& sText) {
+  return info.updateVideoInfoFromXMLDesc(sText.data(), sText.size());
+}
+bool update(QMAudioInfo& info, const std::string& sText) {
+  return info.updateAudioInfoFromXMLDesc(sText.data(), sText.size());
+}
+bool update(QMDataInfo& info, const std::string& sText) {
+  return info.updateDataInfoFromXMLDesc(sText.data(), sText.size());
+}
 
 template <typename Info>
 class InfoXml : public testing::Test {
  protected:
-  static bool update(Info& info, const std::string& sText) { return Kind<Info>::update(info, sText); }
-
   const QMXmlUse m_use;
-  const std::string m_sForm = Kind<Info>::kForm;
+  const std::string m_sForm = kindOf(Info()).first;
 };
 
 using Kinds = testing::Types<QMVideoInfo, QMAudioInfo, QMDataInfo>;
@@ -85,7 +75,7 @@ TYPED_TEST_SUITE(InfoXml, Kinds);
 
 TYPED_TEST(InfoXml, ComesBackToTheCharacter) {
   TypeParam info;
-  ASSERT_TRUE(this->update(info, this->m_sForm));
+  ASSERT_TRUE(update(info, this->m_sForm));
   EXPECT_EQ(info.getXML(), this->m_sForm);
   const TypeParam again(info.getCIInfo());
   EXPECT_EQ(again.getXML(), this->m_sForm);
@@ -114,7 +104,7 @@ TYPED_TEST(InfoXml, SchemaAcceptsWhatTheLibrarysOwnProgramAccepts) {
   };
   for (const std::string& sText : kRows) {
     TypeParam info;
-    EXPECT_EQ(this->update(info, sText), qm_test::validUnderRelaxNg(sText, sSchema)) << sText;
+    EXPECT_EQ(update(info, sText), qm_test::validUnderRelaxNg(sText, sSchema)) << sText;
   }
 }
 
@@ -124,33 +114,34 @@ TYPED_TEST(InfoXml, HoldsAsManyParametersAsATextCan) {
     sParams += "<a/>";
   }
   TypeParam from;
-  ASSERT_TRUE(this->update(from, this->m_sForm));
+  ASSERT_TRUE(update(from, this->m_sForm));
   ASSERT_TRUE(from.setStreamParams(sParams));
   TypeParam info;
-  EXPECT_TRUE(this->update(info, from.getXML()));
+  EXPECT_TRUE(update(info, from.getXML()));
   EXPECT_EQ(info.getStreamParams(), sParams);
 }
 
 TYPED_TEST(InfoXml, VersionsOfTheSameMajorAreRead) {
   const qm_test::LogCapture log;
   TypeParam info;
-  EXPECT_TRUE(this->update(info, replaced(this->m_sForm, "info version=\"1.0\"", "info version=\"1.5\"")));
-  EXPECT_TRUE(this->update(info, replaced(this->m_sForm, "Info version=\"1.0\"", "Info version=\"1.5\"")));
-  EXPECT_FALSE(this->update(info, replaced(this->m_sForm, "Info version=\"1.0\"", "Info version=\"2.0\"")));
+  EXPECT_TRUE(update(info, replaced(this->m_sForm, "info version=\"1.0\"", "info version=\"1.5\"")));
+  EXPECT_TRUE(update(info, replaced(this->m_sForm, "Info version=\"1.0\"", "Info version=\"1.5\"")));
+  EXPECT_FALSE(update(info, replaced(this->m_sForm, "Info version=\"1.0\"", "Info version=\"2.0\"")));
   EXPECT_THAT(log.messages().back().text, HasSubstr("(2.0 major version incompatible with 1.0)"));
   EXPECT_EQ(log.messages().back().level, 9);
 }
 
 TYPED_TEST(InfoXml, ABadFormChangesNothingAndSaysWhy) {
   TypeParam info;
-  ASSERT_TRUE(this->update(info, this->m_sForm));
+  ASSERT_TRUE(update(info, this->m_sForm));
   const qm_test::LogCapture log;
-  EXPECT_FALSE(this->update(info, ""));
-  EXPECT_TRUE(log.has(9, std::string(Kind<TypeParam>::kOperation) + "xml setConfig failed"));
-  EXPECT_FALSE(this->update(info, this->m_sForm.substr(0, this->m_sForm.size() - 1)));
-  EXPECT_FALSE(this->update(
+  const std::string sOperation = kindOf(info).second;
+  EXPECT_FALSE(update(info, ""));
+  EXPECT_TRUE(log.has(9, sOperation + "xml setConfig failed"));
+  EXPECT_FALSE(update(info, this->m_sForm.substr(0, this->m_sForm.size() - 1)));
+  EXPECT_FALSE(update(
       info, replaced(this->m_sForm, "<NomMaxBitstreamSize>", "<NomMaxBitstreamSize>99999999999999999999")));
-  EXPECT_TRUE(log.has(9, std::string(Kind<TypeParam>::kOperation) + "FALSE: no NomMaxBitstreamSize given !"));
+  EXPECT_TRUE(log.has(9, sOperation + "FALSE: no NomMaxBitstreamSize given !"));
   EXPECT_EQ(info.getXML(), this->m_sForm);
 }
 
@@ -170,8 +161,7 @@ TEST(VideoInfoXml, EveryNumberTooLargeForItsFieldIsRefused) {
   for (const auto& row : kRows) {
     const qm_test::LogCapture log;
     QMVideoInfo info;
-    EXPECT_FALSE(Kind<QMVideoInfo>::update(
-        info, replaced(kVideo, row.before, std::string(row.before) + "99999999999")));
+    EXPECT_FALSE(update(info, replaced(kVideo, row.before, std::string(row.before) + "99999999999")));
     EXPECT_TRUE(log.has(9, std::string("updateVideoInfoFromXMLDesc(): FALSE: ") + row.message)) << row.before;
   }
 }
@@ -186,13 +176,13 @@ TEST(VideoInfoXml, AccessInfoMayBeMissingAndTheVisibleRegionMayNot) {
   };
   QMVideoInfo info;
   info.setGDRPeriod(12);
-  EXPECT_TRUE(Kind<QMVideoInfo>::update(info, without("AccessInfo")));
+  EXPECT_TRUE(update(info, without("AccessInfo")));
   EXPECT_EQ(info.getGDRPeriod(), 12);
   EXPECT_EQ(info.getInterlace(), 19U);
   EXPECT_EQ(info.getFieldsPerPicture(), 1U);
-  EXPECT_FALSE(Kind<QMVideoInfo>::update(info, without("VisibleRegion")));
+  EXPECT_FALSE(update(info, without("VisibleRegion")));
   const qm_test::LogCapture log;
-  EXPECT_TRUE(Kind<QMVideoInfo>::update(info, without("PacketizedFormat")));
+  EXPECT_TRUE(update(info, without("PacketizedFormat")));
   EXPECT_TRUE(log.has(9, "updateVideoInfoFromXMLDesc(): No packetized format given !"));
   EXPECT_EQ(info.getPacketizedFormat(), "");
 }
@@ -206,10 +196,10 @@ TEST(VideoInfoXml, WhatIsEmptyIsLeftOutAndMarkupIsEscaped) {
        {"StreamIndexStep", "TimeReversed", "MIMEType", "PacketizedFormat", "StreamParams"}) {
     EXPECT_THAT(sXML, testing::Not(HasSubstr(szElement)));
   }
-  ASSERT_TRUE(Kind<QMVideoInfo>::update(info, kVideo));
+  ASSERT_TRUE(update(info, kVideo));
   info.setMIMEType("video/<&>");
   QMVideoInfo again;
-  ASSERT_TRUE(Kind<QMVideoInfo>::update(again, info.getXML()));
+  ASSERT_TRUE(update(again, info.getXML()));
   EXPECT_EQ(again.getMIMEType(), "video/<&>");
   info.setMIMEType("video/x-VfW-\x03\xff");
   EXPECT_THAT(info.getXML(), HasSubstr("<MIMEType>video/x-VfW-??</MIMEType>"));
@@ -218,7 +208,7 @@ TEST(VideoInfoXml, WhatIsEmptyIsLeftOutAndMarkupIsEscaped) {
 TEST(AdditionalParams, AreTheRecordsTextInTypes) {
   const QMXmlUse use;
   QMVideoInfo info;
-  ASSERT_TRUE(Kind<QMVideoInfo>::update(info, kVideo));
+  ASSERT_TRUE(update(info, kVideo));
   EXPECT_EQ(info.getInt("quality"), 7);
   EXPECT_EQ(info.getInt("port", "net"), 80);
   EXPECT_EQ(thrownBy([&] { info.getInt("none", "net"); }),

@@ -44,15 +44,6 @@ TEST(MediaCodes, InterlaceNamesGoBothWays) {
   EXPECT_EQ(getFieldsPerPicture(12), 0U);
 }
 
-TEST(MediaCodes, ColorsAreNamedByTheirFourCharacters) {
-  EXPECT_EQ(colorToString(0x33424752), "RGB24");
-  EXPECT_EQ(colorToString(fourcc("BGR3")), "BGR24");
-  EXPECT_EQ(colorToString(fourcc("bgr4")), "WINDOWS_BGR32");
-  EXPECT_EQ(colorToString(fourcc("BGR4")), "");
-  EXPECT_EQ(colorToString(fourcc("Y41P")), "Y41P");
-  EXPECT_EQ(colorToString(0), "<UNKNOWN COLOR>");
-}
-
 TEST(PictureType, TellsKindsAndCounter) {
   const char* const kLetters[] = {"", "D", "N", "V", "C", "", "A", "F", "S", "T", ""};
   for (std::uint16_t wKind = 0; wKind < std::size(kLetters); ++wKind) {

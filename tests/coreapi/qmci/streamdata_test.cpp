@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include "coreapi/platform/byteorder.h"
 #include "coreapi/qmci/datainfonoxml.h"
 #include "coreapi/qmci/streaminfo.h"
 #include "coreapi/qmci/videoinfonoxml.h"

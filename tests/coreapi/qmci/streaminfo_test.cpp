@@ -16,13 +16,15 @@ namespace qm_ci {
 namespace {
 
 using qm_platform::readLE32;
-using qm_platform::writeLE32;
 using qm_test::audioStream;
 using qm_test::dataStream;
 using qm_test::LogCapture;
 using qm_test::thrownBy;
 using qm_test::videoStream;
-using testing::HasSubstr;
+using qm_test::damage::audio;
+using qm_test::damage::data;
+using qm_test::damage::video;
+using qm_test::damage::word;
 using testing::StartsWith;
 
 /// Prints 2,000 as 2.000.
@@ -184,54 +186,38 @@ struct DamageCase {
   std::function<void(std::vector<std::uint8_t>&)> damage;
 };
 
-std::function<void(std::vector<std::uint8_t>&)> word(std::size_t at, std::uint32_t uValue) {
-  return [=](std::vector<std::uint8_t>& bytes) { writeLE32(&bytes[at], uValue); };
+TEST(DamagedStreamInfo, IsLoggedAndRefused) {
+  const DamageCase rows[] = {
+      {"Empty", video, [](auto& bytes) { bytes.clear(); }},
+      {"SevenBytes", video, [](auto& bytes) { bytes.resize(7); }},
+      {"SizeZero", video, word(4, 0)},
+      {"SizeTooLarge", video, word(4, 0xFFFFFFFF)},
+      {"OneByteShort", video, [](auto& bytes) { bytes.pop_back(); }},
+      {"NoRoomForProperties", data,
+       [](auto& bytes) { qm_platform::writeLE32(&bytes[4], 8 + readLE32(&bytes[8 + 12])); }},
+      {"PropertiesWithoutZero", audio, [](auto& bytes) { bytes.back() = 'x'; }},
+      {"VideoSize", video, word(8, 0x7FFFFFFF)},
+      {"VideoSizeZero", video, word(8, 0)},
+      {"VideoMimeOffset", video, word(8 + 76, 0xFFFFFFFF)},
+      {"VideoParamsOffset", video, word(8 + 84, 0xFFFFFFFF)},
+      {"AudioSize", audio, word(8, 0xFFFFFFF8)},
+      {"AudioMimeOffset", audio, word(8 + 24, 0x80000000)},
+      {"DataSize", data, word(8 + 12, 0xFFFFFFFF)},
+      {"DataSizeZero", data, word(8 + 12, 0)},
+      {"DataMimeWithoutZero", data, word(8 + 12, 18)},
+      {"DataDescriptionWithoutZero", data, word(8 + 12, 16 + 29 + 4)}};
+  for (const DamageCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const LogCapture log;
+    const StreamInfo good = row.make();
+    std::vector<std::uint8_t> bytes(good.getBytes().begin(), good.getBytes().end());
+    row.damage(bytes);
+    bytes.shrink_to_fit();
+    EXPECT_NE(thrownBy([&] { StreamInfo{bytes}; }), "");
+    ASSERT_FALSE(log.messages().empty());
+    EXPECT_THAT(log.messages()[0].text, StartsWith("ASSERTION FAILED ("));
+  }
 }
-
-class DamagedStreamInfo : public testing::TestWithParam<DamageCase> {};
-
-TEST_P(DamagedStreamInfo, IsLoggedAndRefused) {
-  const LogCapture log;
-  const StreamInfo good = GetParam().make();
-  std::vector<std::uint8_t> bytes(good.getBytes().begin(), good.getBytes().end());
-  GetParam().damage(bytes);
-  bytes.shrink_to_fit();
-  EXPECT_NE(thrownBy([&] { StreamInfo{bytes}; }), "");
-  ASSERT_FALSE(log.messages().empty());
-  EXPECT_THAT(log.messages()[0].text, StartsWith("ASSERTION FAILED ("));
-}
-
-StreamInfo video() {
-  return videoStream("a=1");
-}
-StreamInfo audio() {
-  return audioStream("a=1");
-}
-StreamInfo data() {
-  return dataStream("a=1");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    StreamInfo, DamagedStreamInfo,
-    testing::Values(DamageCase{"Empty", video, [](auto& bytes) { bytes.clear(); }},
-                    DamageCase{"SevenBytes", video, [](auto& bytes) { bytes.resize(7); }},
-                    DamageCase{"SizeZero", video, word(4, 0)},
-                    DamageCase{"SizeTooLarge", video, word(4, 0xFFFFFFFF)},
-                    DamageCase{"OneByteShort", video, [](auto& bytes) { bytes.pop_back(); }},
-                    DamageCase{"NoRoomForProperties", data,
-                               [](auto& bytes) { writeLE32(&bytes[4], 8 + readLE32(&bytes[8 + 12])); }},
-                    DamageCase{"PropertiesWithoutZero", audio, [](auto& bytes) { bytes.back() = 'x'; }},
-                    DamageCase{"VideoSize", video, word(8, 0x7FFFFFFF)},
-                    DamageCase{"VideoSizeZero", video, word(8, 0)},
-                    DamageCase{"VideoMimeOffset", video, word(8 + 76, 0xFFFFFFFF)},
-                    DamageCase{"VideoParamsOffset", video, word(8 + 84, 0xFFFFFFFF)},
-                    DamageCase{"AudioSize", audio, word(8, 0xFFFFFFF8)},
-                    DamageCase{"AudioMimeOffset", audio, word(8 + 24, 0x80000000)},
-                    DamageCase{"DataSize", data, word(8 + 12, 0xFFFFFFFF)},
-                    DamageCase{"DataSizeZero", data, word(8 + 12, 0)},
-                    DamageCase{"DataMimeWithoutZero", data, word(8 + 12, 18)},
-                    DamageCase{"DataDescriptionWithoutZero", data, word(8 + 12, 16 + 29 + 4)}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 struct CompatibleCase {
   const char* name;
@@ -240,29 +226,6 @@ struct CompatibleCase {
   const char* difference;  ///< "" when there is none
 };
 
-class StreamCompatibility : public testing::TestWithParam<CompatibleCase> {};
-
-TEST_P(StreamCompatibility, NamesTheFirstDifferenceAndLogsBoth) {
-  const LogCapture log;
-  const StreamInfo& one = GetParam().one;
-  const StreamInfo& other = GetParam().other;
-  const std::string sDifference = GetParam().difference;
-  EXPECT_EQ(one.isCompatible(&other, false), sDifference.empty());
-  if (!sDifference.empty()) {
-    const std::string sText = "Incompatible stream: differing " + sDifference;
-    EXPECT_EQ(thrownBy([&] { one.checkCompatible(&other, false); }), sText);
-    ASSERT_THAT(log.messages(), testing::SizeIs(4));
-    EXPECT_EQ(log.messages()[2].text, sText);
-    EXPECT_EQ(log.messages()[2].level, 10);
-    EXPECT_EQ(log.messages()[2].tag, "Exception CATCH");
-    EXPECT_EQ(log.messages()[3].level, 1);
-    EXPECT_THAT(log.messages()[3].text, StartsWith("Current stream:\r\ntype="));
-    EXPECT_THAT(log.messages()[3].text, HasSubstr("\"\r\n\r\nOther stream:\r\ntype="));
-    EXPECT_TRUE(log.messages()[3].text.ends_with("\"\r\n\r\n"));
-  }
-  EXPECT_EQ(one.isCompatible(&other, true), one.getMIMEType() == other.getMIMEType());
-}
-
 StreamInfo withParams(const char* szParams) {
   StreamInfo info = videoStream();
   QMVideoInfoNoXml changed(info.getBytes().subspan(8));
@@ -270,24 +233,39 @@ StreamInfo withParams(const char* szParams) {
   return makeStreamInfo(QMCIVideoInfo(changed.getCIInfo()));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    StreamInfo, StreamCompatibility,
-    testing::Values(
-        CompatibleCase{"Same", videoStream("a=1"), videoStream("a=1"), ""},
-        CompatibleCase{"MimeType", videoStream(), audioStream(),
-                       "MIME type [\"video/x-qmv1\" != \"audio/x-qmpcm-internal\"]"},
-        CompatibleCase{"Type", videoStream(), dataStream("", "video/x-qmv1"), "type [1 != 4]"},
-        CompatibleCase{"GenericFields", videoStream(), videoStream("", "video/x-qmv1", 30), "generic fields"},
-        CompatibleCase{"StreamParams", withParams("<Quality>1234567890123456789012345678901</Quality>"),
-                       withParams("<Quality>7</Quality>"),
-                       "XML stream params [\"123456789012345678901234567890\" != \"7</Quality>\"]"},
-        CompatibleCase{"DataInfo", dataStream("", "x/y", "<a/>"), dataStream("", "x/y", "<b/>"), "data info"},
-        CompatibleCase{"Properties", dataStream("a=1"), dataStream("a=2"), "on properties"}),
-    [](const auto& row) { return std::string(row.param.name); });
-
-TEST(StreamInfo, ComparisonNeedsAnother) {
-  EXPECT_EQ(thrownBy([] { videoStream().checkCompatible(nullptr, false); }),
-            "Unexpected null pointer: 'pOther'");
+TEST(StreamCompatibility, NamesTheFirstDifferenceAndLogsBoth) {
+  const CompatibleCase rows[] = {
+      {"Same", videoStream("a=1"), videoStream("a=1"), ""},
+      {"MimeType", videoStream(), audioStream(),
+       "MIME type [\"video/x-qmv1\" != \"audio/x-qmpcm-internal\"]"},
+      {"Type", videoStream(), dataStream("", "video/x-qmv1"), "type [1 != 4]"},
+      {"GenericFields", videoStream(), videoStream("", "video/x-qmv1", 30), "generic fields"},
+      {"StreamParams", withParams("<Quality>1234567890123456789012345678901</Quality>"),
+       withParams("<Quality>7</Quality>"),
+       "XML stream params [\"123456789012345678901234567890\" != \"7</Quality>\"]"},
+      {"DataInfo", dataStream("", "x/y", "<a/>"), dataStream("", "x/y", "<b/>"), "data info"},
+      {"Properties", dataStream("a=1"), dataStream("a=2"), "on properties"}};
+  for (const CompatibleCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const LogCapture log;
+    const StreamInfo& one = row.one;
+    const StreamInfo& other = row.other;
+    const std::string sDifference = row.difference;
+    EXPECT_EQ(one.isCompatible(&other, false), sDifference.empty());
+    if (!sDifference.empty()) {
+      const std::string sText = "Incompatible stream: differing " + sDifference;
+      EXPECT_EQ(thrownBy([&] { one.checkCompatible(&other, false); }), sText);
+      ASSERT_THAT(log.messages(), testing::SizeIs(4));
+      EXPECT_EQ(log.messages()[2].text, sText);
+      EXPECT_EQ(log.messages()[2].level, 10);
+      EXPECT_EQ(log.messages()[2].tag, "Exception CATCH");
+      EXPECT_EQ(log.messages()[3].level, 1);
+      EXPECT_THAT(log.messages()[3].text, StartsWith("Current stream:\r\ntype="));
+      EXPECT_THAT(log.messages()[3].text, testing::HasSubstr("\"\r\n\r\nOther stream:\r\ntype="));
+      EXPECT_TRUE(log.messages()[3].text.ends_with("\"\r\n\r\n"));
+    }
+    EXPECT_EQ(one.isCompatible(&other, true), one.getMIMEType() == other.getMIMEType());
+  }
 }
 
 TEST(StreamInfo, ListingsKeepTheirLabelsWhateverTheHostsLocale) {

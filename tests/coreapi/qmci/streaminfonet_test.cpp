@@ -19,13 +19,16 @@ using qm_platform::readBE16;
 using qm_platform::readBE32;
 using qm_platform::readLE16;
 using qm_platform::readLE32;
-using qm_platform::writeLE16;
 using qm_platform::writeLE32;
 using qm_test::audioStream;
 using qm_test::dataStream;
 using qm_test::LogCapture;
 using qm_test::thrownBy;
 using qm_test::videoStream;
+using qm_test::damage::audio;
+using qm_test::damage::data;
+using qm_test::damage::video;
+using qm_test::damage::word;
 using testing::HasSubstr;
 
 std::vector<std::uint8_t> blockOf(const JParams& params) {
@@ -182,7 +185,7 @@ TEST_F(StreamInfoNet, R30AudioIsAWaveHeader) {
 
   block = r30Of(audioStream("", "audio/x-qmmp3-internal"));
   EXPECT_EQ(readLE16(&block[20]), 85U);
-  writeLE16(&block[34], 0);
+  qm_platform::writeLE16(&block[34], 0);
   ASSERT_EQ(readR30(block), "");
   const QMAudioInfoNoXml info(m_pRead->getBytes().subspan(8));
   EXPECT_EQ(info.getMIMEType(), "audio/x-qmmp3");
@@ -224,20 +227,6 @@ struct R30DamageCase {
   std::function<void(std::vector<std::uint8_t>&)> damage;
   const char* text;
 };
-
-StreamInfo video() {
-  return videoStream("a=1");
-}
-StreamInfo audio() {
-  return audioStream("a=1");
-}
-StreamInfo data() {
-  return dataStream("a=1");
-}
-
-std::function<void(std::vector<std::uint8_t>&)> word(std::size_t at, std::uint32_t uValue) {
-  return [=](std::vector<std::uint8_t>& bytes) { writeLE32(&bytes[at], uValue); };
-}
 
 class DamagedR30 : public StreamInfoNet, public testing::WithParamInterface<R30DamageCase> {};
 

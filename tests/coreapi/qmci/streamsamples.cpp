@@ -1,5 +1,6 @@
 #include "tests/coreapi/qmci/streamsamples.h"
 
+#include "coreapi/platform/byteorder.h"
 #include "coreapi/qmci/audioinfonoxml.h"
 #include "coreapi/qmci/videoinfonoxml.h"
 
@@ -35,6 +36,20 @@ qm_ci::StreamInfo dataStream(const std::string& sProperties, const char* szMIMET
                              const std::string& sDescription) {
   const qm_ci::InfoBlock block = qm_ci::StreamDataInfo::make(szMIMEType, sDescription, 25, 2, 500);
   return makeStreamInfo(qm_ci::StreamDataInfo(block), sProperties);
+}
+
+qm_ci::StreamInfo damage::video() {
+  return videoStream("a=1");
+}
+qm_ci::StreamInfo damage::audio() {
+  return audioStream("a=1");
+}
+qm_ci::StreamInfo damage::data() {
+  return dataStream("a=1");
+}
+
+std::function<void(std::vector<std::uint8_t>&)> damage::word(std::size_t at, std::uint32_t uValue) {
+  return [=](std::vector<std::uint8_t>& bytes) { qm_platform::writeLE32(&bytes[at], uValue); };
 }
 
 }  // namespace qm_test

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "coreapi/qmci/streaminfo.h"
 #include "tests/support/thrownby.h"
@@ -19,5 +21,18 @@ qm_ci::StreamInfo audioStream(const std::string& sProperties = {},
 qm_ci::StreamInfo dataStream(const std::string& sProperties = {},
                              const char* szMIMEType = "application/x-qmpluginstream",
                              const std::string& sDescription = "<d/>");
+
+/// What damaged descriptions are made from.
+namespace damage {
+
+/// One of each kind with a property.
+qm_ci::StreamInfo video();
+qm_ci::StreamInfo audio();
+qm_ci::StreamInfo data();
+
+/// Puts another word at an offset of a block.
+std::function<void(std::vector<std::uint8_t>&)> word(std::size_t at, std::uint32_t uValue);
+
+}  // namespace damage
 
 }  // namespace qm_test

@@ -4,11 +4,9 @@
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
-#include <memory>
 #include <string_view>
 #include <thread>
 
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmxml/qmxmlparams.h"
 #include "coreapi/qmxml/qmxmlreader.h"
 #include "coreapi/qmxml/qmxmltree.h"

@@ -19,41 +19,38 @@ struct MergeCase {
   const char* changed;  ///< a piece of the configuration afterwards
 };
 
-class XmlMerge : public testing::TestWithParam<MergeCase> {};
-
-TEST_P(XmlMerge, TakesValuesOver) {
-  const QMXmlUse use;
-  QMXmlParams params;
-  ASSERT_EQ(params.setConfig(kConfig, false), 0);
-  const std::string sBefore = params.getConfig(false);
-  EXPECT_EQ(params.mergeFromXMLContent(GetParam().document, GetParam().bAllLevels), GetParam().iResult);
-  EXPECT_THAT(params.getConfig(false), testing::HasSubstr(GetParam().changed));
-  if (GetParam().iResult < 0) {
-    EXPECT_EQ(params.getConfig(false), sBefore);
+TEST(XmlMerge, TakesValuesOver) {
+  const MergeCase rows[] = {
+      {"Nothing", "<P/>", false, 1, "<a>1</a>"},
+      {"SameValue", "<P><a>1</a></P>", false, 1, "<a>1</a>"},
+      {"PlainValue", "<P><a>2</a></P>", false, 0, "<a>2</a>"},
+      {"DynamicValueStaysDynamic", "<P><d>2</d></P>", false, 1, "<d dynamic=\"true\">2</d>"},
+      {"PlainAfterDynamic", "<P><a>2</a><d>2</d></P>", false, 0, "<a>2</a><d dynamic=\"true\">2"},
+      {"SubNodePlain", "<P><s><x>2</x></s></P>", false, 0, "<s><x>2</x>"},
+      {"SubNodeDynamic", "<P><s><y>2</y></s></P>", false, 1, "<y dynamic=\"true\">2</y>"},
+      {"UnderADynamicNode", "<P><f><x>2</x></f></P>", false, 1, "<x>2</x></f>"},
+      {"ListInOrder", "<P><l>3</l><l>4</l></P>", false, 0, "<l>3</l><l>4</l>"},
+      {"ListTooLong", "<P><l>3</l><l>4</l><l>5</l></P>", false, -3, ""},
+      {"OutOfOrder", "<P><d>2</d><a>2</a></P>", false, -3, ""},
+      {"Missing", "<P><a>2</a><none>1</none></P>", false, -3, ""},
+      {"MissingInSubNode", "<P><a>2</a><s><none/></s></P>", false, -3, ""},
+      {"BelowTwoLevelsWhole", "<P><t><u><w>1</w></u></t></P>", false, 1, "<u><w>1</w></u>"},
+      {"AllLevels", "<P><t><u><v>2</v></u></t></P>", true, 0, "<v>2</v>"},
+      {"AllLevelsMissing", "<P><t><u><w>1</w></u></t></P>", true, -3, ""},
+      {"NoXml", "<P>", false, -1, ""}};
+  for (const MergeCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    const QMXmlUse use;
+    QMXmlParams params;
+    ASSERT_EQ(params.setConfig(kConfig, false), 0);
+    const std::string sBefore = params.getConfig(false);
+    EXPECT_EQ(params.mergeFromXMLContent(row.document, row.bAllLevels), row.iResult);
+    EXPECT_THAT(params.getConfig(false), testing::HasSubstr(row.changed));
+    if (row.iResult < 0) {
+      EXPECT_EQ(params.getConfig(false), sBefore);
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Xml, XmlMerge,
-    testing::Values(
-        MergeCase{"Nothing", "<P/>", false, 1, "<a>1</a>"},
-        MergeCase{"SameValue", "<P><a>1</a></P>", false, 1, "<a>1</a>"},
-        MergeCase{"PlainValue", "<P><a>2</a></P>", false, 0, "<a>2</a>"},
-        MergeCase{"DynamicValueStaysDynamic", "<P><d>2</d></P>", false, 1, "<d dynamic=\"true\">2</d>"},
-        MergeCase{"PlainAfterDynamic", "<P><a>2</a><d>2</d></P>", false, 0, "<a>2</a><d dynamic=\"true\">2"},
-        MergeCase{"SubNodePlain", "<P><s><x>2</x></s></P>", false, 0, "<s><x>2</x>"},
-        MergeCase{"SubNodeDynamic", "<P><s><y>2</y></s></P>", false, 1, "<y dynamic=\"true\">2</y>"},
-        MergeCase{"UnderADynamicNode", "<P><f><x>2</x></f></P>", false, 1, "<x>2</x></f>"},
-        MergeCase{"ListInOrder", "<P><l>3</l><l>4</l></P>", false, 0, "<l>3</l><l>4</l>"},
-        MergeCase{"ListTooLong", "<P><l>3</l><l>4</l><l>5</l></P>", false, -3, ""},
-        MergeCase{"OutOfOrder", "<P><d>2</d><a>2</a></P>", false, -3, ""},
-        MergeCase{"Missing", "<P><a>2</a><none>1</none></P>", false, -3, ""},
-        MergeCase{"MissingInSubNode", "<P><a>2</a><s><none/></s></P>", false, -3, ""},
-        MergeCase{"BelowTwoLevelsWhole", "<P><t><u><w>1</w></u></t></P>", false, 1, "<u><w>1</w></u>"},
-        MergeCase{"AllLevels", "<P><t><u><v>2</v></u></t></P>", true, 0, "<v>2</v>"},
-        MergeCase{"AllLevelsMissing", "<P><t><u><w>1</w></u></t></P>", true, -3, ""},
-        MergeCase{"NoXml", "<P>", false, -1, ""}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(XmlMerge, FirstDocumentBecomesTheConfiguration) {
   const QMXmlUse use;

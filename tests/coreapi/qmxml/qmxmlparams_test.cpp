@@ -3,7 +3,6 @@
 #include <clocale>
 #include <gmock/gmock.h>
 
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmxml/qmxml.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/thrownby.h"
@@ -12,7 +11,6 @@ namespace {
 
 using qm_test::thrownBy;
 using testing::ElementsAre;
-using testing::StartsWith;
 
 class XmlParams : public testing::Test {
  protected:
@@ -163,7 +161,8 @@ TEST_F(XmlParams, ABadTextLeavesTheConfigurationAndSaysWhy) {
   EXPECT_EQ(m_params.getInt("n"), 12);
   ASSERT_FALSE(log.messages().empty());
   EXPECT_EQ(log.messages()[0].level, 9);
-  EXPECT_THAT(log.messages()[0].text, StartsWith("read(): Error parsing XML content (Premature end"));
+  EXPECT_THAT(log.messages()[0].text,
+              testing::StartsWith("read(): Error parsing XML content (Premature end"));
 }
 
 }  // namespace

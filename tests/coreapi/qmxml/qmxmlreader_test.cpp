@@ -1,10 +1,7 @@
 #include "coreapi/qmxml/qmxmlreader.h"
 
 #include <gmock/gmock.h>
-#include <limits>
-#include <memory>
 
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmxml/qmxml.h"
 #include "coreapi/qmxml/qmxmltree.h"
 #include "tests/support/logcapture.h"
@@ -14,7 +11,6 @@ namespace {
 
 using qm_test::thrownBy;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::Pair;
 using testing::StartsWith;
 
@@ -119,7 +115,7 @@ TEST_F(XmlReader, MisuseIsLoggedAndHarmless) {
   ASSERT_EQ(messages.size(), std::size(kTexts));
   for (std::size_t i = 0; i < messages.size(); ++i) {
     EXPECT_EQ(messages[i].level, 12);
-    EXPECT_THAT(messages[i].text, HasSubstr(kTexts[i]));
+    EXPECT_THAT(messages[i].text, testing::HasSubstr(kTexts[i]));
   }
 }
 

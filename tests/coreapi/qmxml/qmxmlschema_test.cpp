@@ -8,7 +8,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
 
 constexpr const char* kHead =

@@ -14,7 +14,6 @@ namespace {
 using qm_test::makeRecord;
 using qm_test::messagesOf;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr const char* kKeyPath = "SOFTWARE\\LogConfigureTest";

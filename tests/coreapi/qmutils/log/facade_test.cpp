@@ -9,12 +9,10 @@
 
 namespace {
 
-using qm_test::makeRecord;
 using qm_test::messagesOf;
 using qm_test::RecordingOutput;
 using qm_test::thrownBy;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 class LogFacade : public qm_test::LogTest {
@@ -50,7 +48,7 @@ TEST_F(LogFacade, RecordTellsWhereAndWhenItWasMade) {
   const JLog::Msg& second = m_pRecords->back();
   EXPECT_EQ(second.sMessage, "3 of four");
   EXPECT_EQ(second.sInstance, "Manager");
-  EXPECT_THAT(second.sFile, IsEmpty());
+  EXPECT_THAT(second.sFile, testing::IsEmpty());
   EXPECT_EQ(second.uLine, 0U);
   EXPECT_EQ(second.sClass, "_undef_");
 }
@@ -97,17 +95,6 @@ TEST_F(LogFacade, MaskOfTheObjectChoosesLevelsFromThirteenUp) {
   EXPECT_EQ(countLogged(32, &uAllButRpc), 0U);
 }
 
-TEST_F(LogFacade, OutputsGetARecordInTheOrderInWhichTheyWereAdded) {
-  std::string sOrder;
-  for (const char cName : {'a', 'b', 'c'}) {
-    auto pOutput = std::make_unique<RecordingOutput>(m_pRecords);
-    pOutput->onWrite = [&sOrder, cName] { sOrder += cName; };
-    JLog::addLogOutput(std::move(pOutput));
-  }
-  JLog::log(qm_err::kLogInfo, "x");
-  EXPECT_EQ(sOrder, "abc");
-}
-
 TEST_F(LogFacade, WhatAnOutputLogsWhileItWritesIsDropped) {
   auto pOutput = std::make_unique<RecordingOutput>(m_pRecords);
   pOutput->onWrite = [] { JLog::log(qm_err::kLogError, "nested"); };
@@ -141,31 +128,6 @@ TEST_F(LogFacade, FailingOutputDisturbsNobody) {
 TEST_F(LogFacade, NullOutputsAndInputsAreRefused) {
   EXPECT_EQ(thrownBy([] { JLog::addLogOutput(nullptr); }), "JLog::addLogOutput() called with NULL pointer.");
   EXPECT_EQ(thrownBy([] { JLog::addLogInput(nullptr); }), "JLog::addLogInput() called with NULL pointer.");
-}
-
-TEST_F(LogFacade, InputForwardsRecordsAsTheyAre) {
-  JLog::Msg record = makeRecord("from elsewhere", 2);
-  record.sHost = "other";
-  JLog::GenericInput input("input");
-  input.forward(record);
-  EXPECT_THAT(*m_pRecords, ElementsAre(record));
-}
-
-TEST_F(LogFacade, StoppedOutputsWriteOnTheThreadThatLogs) {
-  auto pOutput = std::make_unique<qm_test::ScriptedOutput>(10);
-  qm_test::ScriptedOutput& output = *pOutput;
-  output.start();
-  JLog::addLogOutput(std::move(pOutput));
-  JLog::log(qm_err::kLogInfo, "queued");
-  JLog::stopOutputs(-1, true);
-  JLog::log(qm_err::kLogInfo, "direct");
-  std::vector<std::string> messages;
-  for (const JLog::Msg& record : output.written.items()) {
-    if (record.uLevel == qm_err::kLogInfo) {
-      messages.push_back(record.sMessage);
-    }
-  }
-  EXPECT_THAT(messages, ElementsAre("queued", "direct"));
 }
 
 TEST_F(LogFacade, ShutdownWritesWhatOutputsHoldAndDeletesThem) {
@@ -230,15 +192,6 @@ TEST_F(LogFacade, TraceMaskIsSharedOrCopied) {
   EXPECT_TRUE(copied.isTraceEnabled(0x2));
   EXPECT_FALSE(copied.isTraceEnabled(0x8));
   EXPECT_NE(copied.getTraceMask(), &uMask);
-}
-
-TEST_F(LogFacade, TraceLogsUnderTheObjectsName) {
-  const JTraceableObject object("cam 7");
-  object.trace("frame %d", 3);
-  ASSERT_THAT(*m_pRecords, SizeIs(1));
-  EXPECT_EQ(m_pRecords->front().uLevel, 4U);
-  EXPECT_EQ(m_pRecords->front().sMessage, "frame 3");
-  EXPECT_EQ(m_pRecords->front().sInstance, "cam 7");
 }
 
 }  // namespace

@@ -3,22 +3,17 @@
 
 #include "coreapi/qmutils/log/JLogFormat.h"
 #include "coreapi/qmutils/time/jsplittime.h"
+#include "tests/coreapi/qmutils/log/log_test_support.h"
 
 namespace {
 
 JLog::Msg makeRecord() {
-  JLog::Msg record;
+  JLog::Msg record = qm_test::fullRecord();
   record.uLevel = 7;
   record.sMessage = "100%m done";
   record.time = JUTCSplitTime(3, 9, 2011, 7, 5, 4, 23'999).getTime();
   record.uProcessId = 4'000'000'000;
   record.uThreadId = 0xAB;
-  record.sInstance = "cam 1";
-  record.sUnit = "qmctl";
-  record.sHost = "host";
-  record.sFile = "a.cpp";
-  record.uLine = 77;
-  record.sClass = "JFoo";
   return record;
 }
 
@@ -45,7 +40,7 @@ INSTANTIATE_TEST_SUITE_P(
     Log, LogFormat,
     testing::Values(PatternCase{"Percent", "%%", "%"}, PatternCase{"PercentThenLetter", "%%m", "%m"},
                     PatternCase{"Class", "%c", "JFoo"}, PatternCase{"File", "%f", "a.cpp"},
-                    PatternCase{"Host", "%h", "host"}, PatternCase{"Instance", "%i", "cam 1"},
+                    PatternCase{"Host", "%h", "h"}, PatternCase{"Instance", "%i", "cam 1"},
                     PatternCase{"Line", "%l", "77"}, PatternCase{"MessageIsNotScanned", "%m!", "100%m done!"},
                     PatternCase{"Process", "%p", "4000000000"}, PatternCase{"Thread", "%t", "0x000000ab"},
                     PatternCase{"Unit", "%u", "qmctl"}, PatternCase{"ShortLevel", "%w", "TRACE"},

@@ -1,9 +1,7 @@
 #include <atomic>
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <sstream>
 #include <thread>
-#include <unistd.h>
 
 #include "coreapi/qmutils/log/JLogFileOutput.h"
 #include "coreapi/qmutils/log/JLogThreadedInput.h"
@@ -31,20 +29,19 @@ void logFromManyThreads() {
 class LogLoad : public qm_test::LogTest {};
 
 TEST_F(LogLoad, NothingIsLostWhereTheQueueHasRoom) {
-  const std::string sPath = testing::TempDir() + "qm_log_load_" + std::to_string(getpid()) + ".log";
-  std::filesystem::remove(sPath);
+  const qm_test::TempDir directory;
+  const std::string sPath = directory.path("log");
   JLog::addLogOutput(std::make_unique<JLogFileOutput>("file", sPath, 0, "%m", false, kThreads * kRecords));
   logFromManyThreads();
   JLog::shutdown(-1);
   std::vector<int> next(kThreads, 0);
-  std::istringstream text(qm_test::contentsOf(sPath));
+  std::istringstream text(qm_test::readFile(sPath));
   for (std::string sLine; std::getline(text, sLine);) {
     const auto uThread = static_cast<std::size_t>(sLine.at(7) - '0');
     EXPECT_EQ(sLine,
               "thread " + std::to_string(uThread) + " record " + std::to_string(next.at(uThread)++) + " end");
   }
   EXPECT_THAT(next, testing::Each(kRecords));
-  std::filesystem::remove(sPath);
 }
 
 /// Orders the configuration to be read again, over and over.

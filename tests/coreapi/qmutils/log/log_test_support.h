@@ -1,16 +1,12 @@
 #pragma once
 
 #include <condition_variable>
-#include <csignal>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <sys/resource.h>
 #include <utility>
 #include <vector>
 
@@ -19,33 +15,11 @@
 #include "coreapi/qmutils/log/JLogMsg.h"
 #include "coreapi/qmutils/log/JLogThreadedOutput.h"
 #include "coreapi/qmutils/registry/jsystemregistry.h"
+#include "tests/support/filesizelimit.h"
+#include "tests/support/journal.h"
+#include "tests/support/tempdir.h"
 
 namespace qm_test {
-
-/// What an output or an input did, in order, for a test to wait for.
-template <typename Item>
-class Journal {
- public:
-  void add(Item item) {
-    const std::lock_guard lock(m_mutex);
-    m_items.push_back(std::move(item));
-    m_changed.notify_all();
-  }
-
-  /// Blocks until there are this many items, and gives all there are then.
-  std::vector<Item> await(std::size_t uCount) {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [&] { return m_items.size() >= uCount; });
-    return m_items;
-  }
-
-  std::vector<Item> items() { return await(0); }
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  std::vector<Item> m_items;
-};
 
 /// Holds threads until it is opened.
 class Gate {
@@ -178,31 +152,25 @@ class TestKey {
   JSystemRegistryKey m_key;
 };
 
-/// Lets no file of the process grow beyond a size for its lifetime; a write past it comes short, the next one
-/// fails.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t uBytes) : m_previousHandler(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &m_previous);
-    const rlimit limit{uBytes, m_previous.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &m_previous);
-    std::signal(SIGXFSZ, m_previousHandler);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  void (*m_previousHandler)(int);
-  rlimit m_previous{};
-};
-
 inline JLog::Msg makeRecord(std::string sMessage, std::uint32_t uLevel = qm_err::kLogInfo) {
   JLog::Msg record;
   record.uLevel = uLevel;
   record.sMessage = std::move(sMessage);
+  return record;
+}
+
+/// A record with something in every field.
+inline JLog::Msg fullRecord() {
+  JLog::Msg record = makeRecord("disk gone", 11);
+  record.time = JTime::fromMicroseconds(0x0102030405060708);
+  record.uProcessId = 0x1234;
+  record.uThreadId = 0xFEDCBA98;
+  record.sInstance = "cam 1";
+  record.sUnit = "qmctl";
+  record.sHost = "h";
+  record.sFile = "a.cpp";
+  record.uLine = 77;
+  record.sClass = "JFoo";
   return record;
 }
 
@@ -212,11 +180,6 @@ inline std::vector<std::string> messagesOf(const std::vector<JLog::Msg>& records
     messages.push_back(record.sMessage);
   }
   return messages;
-}
-
-inline std::string contentsOf(const std::string& sPath) {
-  std::ifstream file(sPath, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// Leaves the log without outputs and inputs, before and after each test.

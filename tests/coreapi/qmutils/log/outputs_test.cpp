@@ -6,20 +6,16 @@
 #include <unistd.h>
 
 #include "coreapi/platform/faultseam.h"
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/log/JLogDebugOutput.h"
 #include "coreapi/qmutils/log/JLogFileOutput.h"
 #include "tests/coreapi/qmutils/log/log_test_support.h"
 
 namespace {
 
-using qm_platform::FaultKind;
-using qm_test::contentsOf;
-using qm_test::FileSizeLimit;
 using qm_test::makeRecord;
+using qm_test::readFile;
 using qm_test::TestKey;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 /// A formatted output without a thread that keeps its lines.
 class LineOutput : public JLogFormattedOutput {
@@ -41,17 +37,6 @@ TEST(LogFormattedOutput, MaskKeepsOutLevelsBelowThirteenOnly) {
   output.write(makeRecord("object", qm_err::kLogTraceDriver));
   output.write(makeRecord("beyond", 40));
   EXPECT_THAT(output.lines, ElementsAre("DEBUG yes", "TRACE_DRIVER object", "UNKNOWW beyond"));
-}
-
-TEST(LogFormattedOutput, DefaultsAreKeptForNoMaskAndNoPattern) {
-  LineOutput output(0, nullptr, true);
-  EXPECT_EQ(output.getMask(), 0xFFB00U);
-  for (std::uint32_t uLevel = 0; uLevel < 13; ++uLevel) {
-    output.write(makeRecord(std::to_string(uLevel), uLevel));
-  }
-  ASSERT_THAT(output.lines, testing::SizeIs(4));
-  EXPECT_THAT(output.lines[0], testing::MatchesRegex("INFO \\[.*\\] 0x00000000: 8"));
-  EXPECT_THAT(output.lines[3], testing::EndsWith(": 12"));
 }
 
 TEST(LogFormattedOutput, LineEndsInALineBreakUnlessItIsToBeOne) {
@@ -107,31 +92,19 @@ TEST(LogFormattedOutput, FiltersOfTheKeyAreKeptAndKeepNoRecordOut) {
   EXPECT_FALSE(JLogFilter("", "").passes("anything"));
 }
 
-TEST(LogFormattedOutput, PatternOfTheKeyMayHoldALineFeed) {
-  const TestKey key({{"Format", "%m\\n|"}}, {});
-  LineOutput output(key.get(), true);
-  output.write(makeRecord("a"));
-  EXPECT_THAT(output.lines, ElementsAre("a\n|"));
-}
-
 // ---------------------------------------------------------------------------------------------------------
 
 class LogFileOutput : public testing::Test {
  protected:
-  LogFileOutput() { std::filesystem::remove(m_sPath); }
-  ~LogFileOutput() override {
-    qm_platform::disarmFaults();
-    std::filesystem::remove(m_sPath);
+  ~LogFileOutput() override { qm_platform::disarmFaults(); }
+
+  static void failCall(int iError) {
+    qm_platform::armFaults(
+        {.seams = static_cast<std::uint32_t>(qm_platform::Seam::kFile), .nth = 1, .error = iError});
   }
 
-  static void failCalls(FaultKind kind, std::uint64_t uNth, int iError = 0) {
-    qm_platform::armFaults({.seams = static_cast<std::uint32_t>(qm_platform::Seam::kFile),
-                            .nth = uNth,
-                            .kind = kind,
-                            .error = iError});
-  }
-
-  const std::string m_sPath = testing::TempDir() + "qm_log_output_" + std::to_string(getpid()) + ".log";
+  const qm_test::TempDir m_directory;
+  const std::string m_sPath = m_directory.path("log");
 };
 
 TEST_F(LogFileOutput, AppendsLinesThatEndInOneLineFeed) {
@@ -147,7 +120,7 @@ TEST_F(LogFileOutput, AppendsLinesThatEndInOneLineFeed) {
     JLogFileOutput output("file", m_sPath, 0, "%m", true, 10, 0, false);
     output.write(makeRecord("d\ne\n"));
   }
-  EXPECT_EQ(contentsOf(m_sPath), "a\n b\nc\n\nd e\n");
+  EXPECT_EQ(readFile(m_sPath), "a\n b\nc\n\nd e\n");
   struct stat info {};
   ASSERT_EQ(stat(m_sPath.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 0777 & ~S_IRUSR & ~S_IWUSR, 0U);
@@ -156,7 +129,7 @@ TEST_F(LogFileOutput, AppendsLinesThatEndInOneLineFeed) {
 TEST_F(LogFileOutput, TakesItsNameFromTheKey) {
   const TestKey key({{"Filename", m_sPath}, {"Format", "%w:%m"}}, {});
   JLogFileOutput("file", key.get(), false, 10, 0, false).write(makeRecord("a"));
-  EXPECT_EQ(contentsOf(m_sPath), "INFO:a\n");
+  EXPECT_EQ(readFile(m_sPath), "INFO:a\n");
 }
 
 TEST_F(LogFileOutput, WritesToADuplicateOfANumberedDescriptor) {
@@ -168,7 +141,7 @@ TEST_F(LogFileOutput, WritesToADuplicateOfANumberedDescriptor) {
     ::close(iFile);
     output.write(makeRecord("b"));
   }
-  EXPECT_EQ(contentsOf(m_sPath), "a\nb\n");
+  EXPECT_EQ(readFile(m_sPath), "a\nb\n");
 }
 
 TEST_F(LogFileOutput, DropsLinesWhileThereIsNothingToWriteTo) {
@@ -184,32 +157,32 @@ TEST_F(LogFileOutput, FailedWriteLosesItsLineAndOpensAnew) {
   output.write(makeRecord("a"));
   std::filesystem::remove(m_sPath);
   output.write(makeRecord("to the removed file"));
-  failCalls(FaultKind::kError, 1, ENOSPC);
+  failCall(ENOSPC);
   output.write(makeRecord("lost"));
   EXPECT_TRUE(qm_platform::disarmFaults());
   output.write(makeRecord("b"));
-  EXPECT_EQ(contentsOf(m_sPath), "b\n");
+  EXPECT_EQ(readFile(m_sPath), "b\n");
 }
 
 TEST_F(LogFileOutput, FailureInAGroupLosesTheCutLineAlone) {
   const std::vector<JLog::Msg> group{makeRecord("one"), makeRecord("two\nlines"), makeRecord("three")};
   JLogFileOutput output("file", m_sPath, 0, "%m", false, 10, 0, false);
   EXPECT_EQ(output.writeRecords(group), 3U);
-  EXPECT_EQ(contentsOf(m_sPath), "one\ntwo\nlines\nthree\n");
+  EXPECT_EQ(readFile(m_sPath), "one\ntwo\nlines\nthree\n");
 
-  failCalls(FaultKind::kError, 1, EIO);
+  failCall(EIO);
   EXPECT_EQ(output.writeRecords(group), 1U);  // nothing went out
-  failCalls(FaultKind::kError, 1, EACCES);
+  failCall(EACCES);
   EXPECT_EQ(output.writeRecords(group), 1U);  // there is no file
   qm_platform::disarmFaults();
 
   std::filesystem::resize_file(m_sPath, 0);
   {
-    const FileSizeLimit limit(std::string("one\ntwo\nli").size());
+    const qm_test::FileSizeLimit limit(std::string("one\ntwo\nli").size());
     EXPECT_EQ(output.writeRecords(group), 2U);
   }
   EXPECT_EQ(output.writeRecords(std::span(group).last(1)), 1U);
-  EXPECT_EQ(contentsOf(m_sPath), "one\ntwo\nlithree\n");
+  EXPECT_EQ(readFile(m_sPath), "one\ntwo\nlithree\n");
 }
 
 TEST_F(LogFileOutput, SurvivesAPipeThatNobodyReads) {

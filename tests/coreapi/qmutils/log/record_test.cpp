@@ -1,29 +1,12 @@
 #include <algorithm>
 #include <gmock/gmock.h>
-#include <string>
-#include <vector>
 
-#include "coreapi/qmutils/log/JLogMsg.h"
+#include "tests/coreapi/qmutils/log/log_test_support.h"
 
 namespace {
 
+using qm_test::fullRecord;
 using Bytes = std::vector<std::uint8_t>;
-
-JLog::Msg fullRecord() {
-  JLog::Msg record;
-  record.uLevel = 11;
-  record.sMessage = "disk gone";
-  record.time = JTime::fromMicroseconds(0x0102030405060708);
-  record.uProcessId = 0x1234;
-  record.uThreadId = 0xFEDCBA98;
-  record.sInstance = "cam 1";
-  record.sUnit = "qmctl";
-  record.sHost = "h";
-  record.sFile = "a.cpp";
-  record.uLine = 77;
-  record.sClass = "JFoo";
-  return record;
-}
 
 template <std::size_t N>
 Bytes bytesOf(const char (&sText)[N]) {
@@ -104,29 +87,26 @@ struct InputCase {
   const char* message;
 };
 
-class LogRecordInput : public testing::TestWithParam<InputCase> {};
-
-TEST_P(LogRecordInput, IsReadAsFarAsItMakesSense) {
-  JLog::Msg record = fullRecord();
-  EXPECT_TRUE(JLog::Msg::deserialise(GetParam().input.data(), GetParam().input.size(), record));
-  JLog::Msg expected;
-  expected.sMessage = GetParam().message;
-  EXPECT_EQ(record, expected);
+TEST(LogRecordInput, IsReadAsFarAsItMakesSense) {
+  const InputCase rows[] = {{"UnknownTagSkipped", bytesOf("z\0\0\0\2abm\0\0\0\1x"), "x"},
+                            {"UnknownTagBeyondTheEnd", bytesOf("z\xFF\xFF\xFF\xFFm\0\0\0\1x"), ""},
+                            {"StringBeyondTheEnd", bytesOf("m\xFF\xFF\xFF\xFFxyz"), "xyz"},
+                            {"EmptyString", bytesOf("i\0\0\0\0m\0\0\0\1x"), "x"},
+                            {"ShortNumberSkipped", bytesOf("w\0\0\0\2\0\7m\0\0\0\1x"), "x"},
+                            {"LongNumberSkipped",
+                             bytesOf("d\0\0\0\x9"
+                                     "123456789m\0\0\0\1x"),
+                             "x"},
+                            {"LastOfTwo", bytesOf("m\0\0\0\1am\0\0\0\1b"), "b"}};
+  for (const InputCase& row : rows) {
+    SCOPED_TRACE(row.name);
+    JLog::Msg record = fullRecord();
+    EXPECT_TRUE(JLog::Msg::deserialise(row.input.data(), row.input.size(), record));
+    JLog::Msg expected;
+    expected.sMessage = row.message;
+    EXPECT_EQ(record, expected);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Log, LogRecordInput,
-    testing::Values(InputCase{"UnknownTagSkipped", bytesOf("z\0\0\0\2abm\0\0\0\1x"), "x"},
-                    InputCase{"UnknownTagBeyondTheEnd", bytesOf("z\xFF\xFF\xFF\xFFm\0\0\0\1x"), ""},
-                    InputCase{"StringBeyondTheEnd", bytesOf("m\xFF\xFF\xFF\xFFxyz"), "xyz"},
-                    InputCase{"EmptyString", bytesOf("i\0\0\0\0m\0\0\0\1x"), "x"},
-                    InputCase{"ShortNumberSkipped", bytesOf("w\0\0\0\2\0\7m\0\0\0\1x"), "x"},
-                    InputCase{"LongNumberSkipped",
-                              bytesOf("d\0\0\0\x9"
-                                      "123456789m\0\0\0\1x"),
-                              "x"},
-                    InputCase{"LastOfTwo", bytesOf("m\0\0\0\1am\0\0\0\1b"), "b"}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(LogLevel, HasANameAndAShortOne) {
   EXPECT_STREQ(JLog::getLevelName(1), "FULLDEBUG");

@@ -9,15 +9,12 @@
 #include "coreapi/qmutils/log/logdirectory.h"
 #include "coreapi/qmutils/time/jsplittime.h"
 #include "tests/coreapi/qmutils/log/log_test_support.h"
-#include "tests/support/tempdir.h"
 
 namespace {
 
 using qm_test::makeRecord;
 using qm_utils::LogDirectory;
 using qm_utils::LogFileClock;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 JTime localTime(int iYear, int iMonth, int iDay, int iHour, int iMinute, int iSecond, int iMicrosecond) {
@@ -48,7 +45,7 @@ class LogRotatingFile : public testing::Test {
   }
 
   std::string contents(const std::string& sName) const {
-    return qm_test::contentsOf(m_directory.path("logs/" + sName));
+    return qm_test::readFile(m_directory.path("logs/" + sName));
   }
 
   static void failCall(std::uint64_t uNth, int iError) {
@@ -93,7 +90,7 @@ TEST_F(LogRotatingFile, HasNoLimitOfAFileForTheSizeZeroAndNoFileAtAllWithoutADir
   makeOutput(m_directory.path("none"), 0, 1024)->write(makeRecord("x"));
   makeOutput("", 4096, 1024)->write(makeRecord("x"));
   makeOutput(m_directory.write("file", ""), 4096, 1024)->write(makeRecord("x"));
-  EXPECT_THAT(names("."), ElementsAre("file", "logs"));
+  EXPECT_THAT(names("."), testing::ElementsAre("file", "logs"));
 }
 
 TEST_F(LogRotatingFile, TellsHowLongADiskWasFullInTheSameFile) {

@@ -19,7 +19,6 @@
 namespace {
 
 using qm_test::makeRecord;
-using testing::ElementsAre;
 
 JLog::Msg recordAt(std::uint32_t uLevel, const std::string& sMessage) {
   JLog::Msg record = makeRecord(sMessage, uLevel);
@@ -85,46 +84,43 @@ struct FailureRow {
   const char* szText;
 };
 
-class LogSyslogFailures : public testing::TestWithParam<FailureRow> {};
-
-TEST_P(LogSyslogFailures, AreToldAndDropAllLines) {
-  const qm_test::LogCapture log;
-  JLogSyslog::Settings settings = settingsFor(9);
-  GetParam().change(settings);
-  if (GetParam().uFailedCall != 0) {
-    qm_platform::armFaults({.seams = static_cast<std::uint32_t>(qm_platform::Seam::kSocket),
-                            .nth = GetParam().uFailedCall,
-                            .error = EACCES});
-  }
-  JLogSyslog output("syslog", settings, 0, nullptr, 10, 0, false);
-  qm_platform::disarmFaults();
-  std::vector<std::string> errors;
-  for (const qm_test::LoggedMessage& message : log.messages()) {
-    if (message.level == qm_err::kLogError) {
-      errors.push_back(message.text);
+TEST(LogSyslogFailures, AreToldAndDropAllLines) {
+  const FailureRow rows[] = {
+      {"NoServer", [](auto& settings) { settings.sServer.clear(); }, 0, "missing \"Server\" key in registry"},
+      {"UnknownServer", [](auto& settings) { settings.sServer = "no.such.host"; }, 1,
+       "could not resolve syslog server DNS name(no.such.host): "},
+      {"NoSuchInterface", [](auto& settings) { settings.uInterface = 999; }, 0,
+       "could not find IP interface #999: "},
+      {"NoPort", [](auto& settings) { settings.uLocalPort = 70000; }, 0,
+       "could not bind on local port (70000): "},
+      {"ForeignAddress", [](auto& settings) { settings.sServer = "255.255.255.255"; }, 0,
+       "could not connect to syslog server: "},
+      {"WrongPrecedence", [](auto& settings) { settings.iPrecedence = 8; }, 0,
+       "could not connect to syslog server: "}};
+  for (const FailureRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    const qm_test::LogCapture log;
+    JLogSyslog::Settings settings = settingsFor(9);
+    row.change(settings);
+    if (row.uFailedCall != 0) {
+      qm_platform::armFaults({.seams = static_cast<std::uint32_t>(qm_platform::Seam::kSocket),
+                              .nth = row.uFailedCall,
+                              .error = EACCES});
     }
+    JLogSyslog output("syslog", settings, 0, nullptr, 10, 0, false);
+    qm_platform::disarmFaults();
+    std::vector<std::string> errors;
+    for (const qm_test::LoggedMessage& message : log.messages()) {
+      if (message.level == qm_err::kLogError) {
+        errors.push_back(message.text);
+      }
+    }
+    EXPECT_THAT(errors, testing::ElementsAre(testing::StartsWith(
+                            std::string("SysLog network logging not started: ") + row.szText)));
+    output.write(makeRecord("x"));
+    EXPECT_EQ(output.getLostCount(), 0U);
   }
-  EXPECT_THAT(errors, ElementsAre(testing::StartsWith(std::string("SysLog network logging not started: ") +
-                                                      GetParam().szText)));
-  output.write(makeRecord("x"));
-  EXPECT_EQ(output.getLostCount(), 0U);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Log, LogSyslogFailures,
-    testing::Values(FailureRow{"NoServer", [](auto& settings) { settings.sServer.clear(); }, 0,
-                               "missing \"Server\" key in registry"},
-                    FailureRow{"UnknownServer", [](auto& settings) { settings.sServer = "no.such.host"; }, 1,
-                               "could not resolve syslog server DNS name(no.such.host): "},
-                    FailureRow{"NoSuchInterface", [](auto& settings) { settings.uInterface = 999; }, 0,
-                               "could not find IP interface #999: "},
-                    FailureRow{"NoPort", [](auto& settings) { settings.uLocalPort = 70000; }, 0,
-                               "could not bind on local port (70000): "},
-                    FailureRow{"ForeignAddress", [](auto& settings) { settings.sServer = "255.255.255.255"; },
-                               0, "could not connect to syslog server: "},
-                    FailureRow{"WrongPrecedence", [](auto& settings) { settings.iPrecedence = 8; }, 0,
-                               "could not connect to syslog server: "}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 /// Debian's own server, on a port of the loopback and with a configuration of its own. It writes each line
 /// that it has understood to a pipe.

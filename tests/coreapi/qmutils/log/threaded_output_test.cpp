@@ -37,23 +37,6 @@ struct StuckOutput {
   ScriptedOutput output;
 };
 
-TEST(LogThreadedOutput, WritesInOrderOnAThreadOfItsOwn) {
-  std::uint32_t uWriter = 0;
-  ScriptedOutput output(10, [&](const JLog::Msg&) {
-    uWriter = JThread::getCurrentThreadId();
-    return true;
-  });
-  output.start();
-  EXPECT_EQ(output.JThread::getName(), "scripted thread");
-  for (int i = 0; i < 5; ++i) {
-    output.write(makeRecord(std::to_string(i)));
-  }
-  EXPECT_THAT(messagesOf(output.written.await(5)), ElementsAre("0", "1", "2", "3", "4"));
-  EXPECT_TRUE(output.stop(-1, true));
-  EXPECT_NE(uWriter, JThread::getCurrentThreadId());
-  EXPECT_THAT(output.threadsEnded.items(), ElementsAre(uWriter));
-}
-
 TEST(LogThreadedOutput, FullQueueLosesRecordsAndTellsWhenThereIsRoom) {
   StuckOutput stuck(3);
   for (int i = 1; i <= 5; ++i) {

@@ -16,7 +16,6 @@ namespace {
 
 using qm_test::makeRecord;
 using qm_test::messagesOf;
-using qm_test::UdpFault;
 using testing::ElementsAre;
 
 constexpr int kBuffer = 1000;
@@ -39,16 +38,8 @@ TEST_F(LogUdp, CarriesWholeRecordsAndCutsWhatIsTooLong) {
   JLogMsgUdpOutput output("out", "127.0.0.1", input.getPort(), kBuffer, 10, 0, true);
   const std::string sPort = std::to_string(input.getPort());
   EXPECT_EQ(output.JThread::getName(), "out [Log:Out:Msg:Udp to 127.0.0.1:" + sPort + "]");
-  JLog::Msg record = makeRecord("text\n", qm_err::kLogError);
-  record.time = JTime::fromMicroseconds(13'000'000'000'000'001);
-  record.uProcessId = 1;
-  record.uThreadId = 0xFFFFFFFF;
-  record.sInstance = "instance";
-  record.sUnit = "unit";
-  record.sHost = "host";
-  record.sFile = "file";
-  record.uLine = 7;
-  record.sClass = "class";
+  JLog::Msg record = qm_test::fullRecord();
+  record.sMessage += '\n';
   output.write(record);
   EXPECT_EQ(m_pJournal->await(1)[0], record);
   output.write(makeRecord(std::string(kBuffer, 'x')));
@@ -57,51 +48,36 @@ TEST_F(LogUdp, CarriesWholeRecordsAndCutsWhatIsTooLong) {
   EXPECT_TRUE(output.stop(-1, true));
 }
 
-struct FaultRow {
-  const char* name;
-  UdpFault (*rule)(std::size_t);
-  std::vector<std::string> messages;  ///< of the records 0 to 5, as they arrive
-};
-
-class LogUdpFaults : public LogUdp, public testing::WithParamInterface<FaultRow> {};
-
-TEST_P(LogUdpFaults, OnTheWayCostNothingButWhatTheyHit) {
+TEST_F(LogUdp, FaultsOnTheWayCostNothingButWhatTheyHit) {
+  const struct {
+    const char* name;
+    qm_test::UdpFault faults[6];
+    std::vector<std::string> messages;  ///< of the records 0 to 5, as they arrive
+  } rows[] = {
+      {"drop", {{0, 0}, {1, 0}, {0, 0}, {1, 0}, {0, 0}, {1, 0}}, {"1", "3", "5"}},
+      {"duplicate",
+       {{1, 0}, {3, 0}, {1, 0}, {1, 0}, {1, 0}, {1, 0}},
+       {"0", "1", "1", "1", "2", "3", "4", "5"}},
+      {"delay", {{1, 3}, {1, 0}, {1, 0}, {1, 0}, {1, 0}, {1, 0}}, {"1", "2", "3", "0", "4", "5"}},
+      {"black hole", {{1, 0}, {1, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}}, {"0", "1"}},
+  };
+  std::vector<std::string> expected;
   const JLogMsgUdpInput input("in", 0, kBuffer);
-  qm_test::UdpFaultProxy proxy(input.getPort(), GetParam().rule);
-  JLogMsgUdpOutput output = makeOutput(proxy.port());
-  for (int i = 0; i < 6; ++i) {
-    output.write(makeRecord(std::to_string(i)));
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    qm_test::UdpFaultProxy proxy(input.getPort(), [&row](std::size_t i) { return row.faults[i]; });
+    JLogMsgUdpOutput output = makeOutput(proxy.port());
+    for (int i = 0; i < 6; ++i) {
+      output.write(makeRecord(std::to_string(i)));
+    }
+    EXPECT_EQ(output.getLostCount(), 0U);
+    proxy.await(6);
+    makeOutput(input.getPort()).write(makeRecord("end"));  // past the proxy, and behind all that it passed on
+    expected.insert(expected.end(), row.messages.begin(), row.messages.end());
+    expected.emplace_back("end");
+    EXPECT_EQ(messagesOf(m_pJournal->await(expected.size())), expected);
   }
-  EXPECT_EQ(output.getLostCount(), 0U);
-  proxy.await(6);
-  makeOutput(input.getPort()).write(makeRecord("end"));  // past the proxy, and behind all that it passed on
-  std::vector<std::string> expected = GetParam().messages;
-  expected.emplace_back("end");
-  EXPECT_EQ(messagesOf(m_pJournal->await(expected.size())), expected);
 }
-
-INSTANTIATE_TEST_SUITE_P(Log, LogUdpFaults,
-                         testing::Values(FaultRow{"Drop",
-                                                  [](std::size_t i) {
-                                                    return UdpFault{i % 2, 0};
-                                                  },
-                                                  {"1", "3", "5"}},
-                                         FaultRow{"Duplicate",
-                                                  [](std::size_t i) {
-                                                    return UdpFault{i == 1 ? 3U : 1U, 0};
-                                                  },
-                                                  {"0", "1", "1", "1", "2", "3", "4", "5"}},
-                                         FaultRow{"Delay",
-                                                  [](std::size_t i) {
-                                                    return UdpFault{1, i == 0 ? 3U : 0U};
-                                                  },
-                                                  {"1", "2", "3", "0", "4", "5"}},
-                                         FaultRow{"BlackHole",
-                                                  [](std::size_t i) {
-                                                    return UdpFault{i < 2 ? 1U : 0U, 0};
-                                                  },
-                                                  {"0", "1"}}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(LogUdp, WhatIsNoRecordHoldsNobodyUp) {
   const JLogMsgUdpInput input("in", 0, kBuffer);

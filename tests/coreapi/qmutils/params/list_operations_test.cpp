@@ -92,15 +92,6 @@ TEST(Params, AssignByDroppingAllAndCopyingDeep) {
   EXPECT_TRUE(assigned.isEmpty());
 }
 
-TEST(Params, RemoveOneEntry) {
-  JParams params = listOf("a=1, aa=2, b=3");
-  EXPECT_TRUE(params.remove("aa"));
-  EXPECT_FALSE(params.remove("aa"));
-  EXPECT_FALSE(params.remove("A"));
-  EXPECT_FALSE(params.remove(""));
-  EXPECT_EQ(textOf(params), "a=1, b=3");
-}
-
 template <class Read>
 void expectMissing(Read read) {
   try {
@@ -143,11 +134,6 @@ TEST(Params, LeaveTheOutValueOfAnAbsentName) {
   expectMissing([&] { params.get("gone", pBytes, uSize, true); });
   EXPECT_EQ(params.find("gone"), nullptr);
   expectMissing([&] { params.find("gone", true); });
-}
-
-TEST(SyntaxError, NamesItsParameterAndReason) {
-  EXPECT_EQ(JVariant::SyntaxError("a", "unknown parameter type").JError::getMessage(),
-            "SyntaxError for parameter: 'a' ('unknown parameter type')");
 }
 
 constexpr const char* kList = "b=ok, i=7, d=2.5, s=\"x\", y=[01]";

@@ -52,10 +52,6 @@ struct ReadCase {
   std::optional<std::string> asBytes;
 };
 
-void PrintTo(const ReadCase& row, std::ostream* out) {
-  *out << row.name;
-}
-
 class TypedRead : public testing::TestWithParam<ReadCase> {};
 
 std::string copied(const std::unique_ptr<std::uint8_t[]>& pBytes, std::uint32_t uSize) {
@@ -169,19 +165,6 @@ INSTANTIATE_TEST_SUITE_P(
         text("TextTrueAndMore", "true ", kMismatch, kMismatch, kMismatch, kMismatch),
         text("TextTwo", "2", 2.0, 2, 2, kMismatch), text("TextZeros", "00", 0.0, 0, 0, kMismatch)),
     [](const auto& row) { return std::string(row.param.name); });
-
-TEST(Variant, CopiesWhatItIsGiven) {
-  std::string sName = "name";
-  std::string sText = "text";
-  const JVariant variant(sName, sText);
-  std::uint8_t bytes[] = {1, 2};
-  const JVariant copied("b", bytes, 2, JVariant::T_BLOB);
-  sName = sText = "gone";
-  bytes[0] = 9;
-  EXPECT_STREQ(variant.getName(), "name");
-  EXPECT_STREQ(variant.asText().get(), "text");
-  EXPECT_EQ(copied.asBytes()[0], 1);
-}
 
 TEST(Variant, TakesPointersOverWhenAskedTo) {
   std::unique_ptr<char[]> szText(new char[3]{'a', 'b', '\0'});

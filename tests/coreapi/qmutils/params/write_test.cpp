@@ -1,4 +1,3 @@
-#include <cmath>
 #include <cstdint>
 #include <gmock/gmock.h>
 #include <limits>
@@ -40,10 +39,6 @@ struct WriteCase {
   std::string text;
   std::size_t maxLength;
 };
-
-void PrintTo(const WriteCase& row, std::ostream* out) {
-  *out << row.text;
-}
 
 class WrittenVariant : public testing::TestWithParam<WriteCase> {};
 

@@ -19,7 +19,6 @@ namespace {
 using qm_platform::FaultKind;
 using qm_test::thrownBy;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 const auto* const g_withoutLog = testing::AddGlobalTestEnvironment(new qm_test::WithoutLog);
 

@@ -9,7 +9,6 @@
 namespace {
 
 using qm_test::thrownBy;
-using qm_utils::RegistryRoot;
 
 class LightKey : public qm_test::RegistryTest {
  protected:
@@ -53,7 +52,7 @@ TEST_F(LightKey, FindsKeysByTheirPath) {
       EXPECT_EQ(found.getDword("mark"), 7U);
     }
   }
-  EXPECT_EQ(thrownBy([&] { key.open(RegistryRoot::kUsers, "a", true); }),
+  EXPECT_EQ(thrownBy([&] { key.open(qm_utils::RegistryRoot::kUsers, "a", true); }),
             "Light key only support HKEY_LOCAL_MACHINE");
   EXPECT_FALSE(key.open(m_key, "none", true));
   EXPECT_EQ(key.getDword("mark"), 7U) << "an object keeps its key when another can't be opened";

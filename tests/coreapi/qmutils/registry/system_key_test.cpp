@@ -7,8 +7,6 @@ namespace {
 
 using qm_test::Failure;
 using qm_test::failureOf;
-using qm_test::thrownBy;
-using qm_utils::RegistryRoot;
 
 class SystemKey : public qm_test::RegistryTest {
  protected:
@@ -20,7 +18,7 @@ class SystemKey : public qm_test::RegistryTest {
 TEST_F(SystemKey, NamesWhatDoesNotExist) {
   std::uint32_t uValue = 0;
   char szText[8];
-  EXPECT_EQ(thrownBy([&] { m_key.open(kRoot, "SOFTWARE\\none"); }),
+  EXPECT_EQ(qm_test::thrownBy([&] { m_key.open(kRoot, "SOFTWARE\\none"); }),
             "system call error at function 'Function=RegOpenKeyEx, key=HKEY_LOCAL_MACHINE\\SOFTWARE\\none' : "
             "No such file or directory");
   EXPECT_FALSE(m_key.open(kRoot, "SOFTWARE\\none", qm_utils::kRegistryRead, true));

@@ -18,8 +18,6 @@ namespace {
 using qm_test::thrownBy;
 using qm_utils::LineBuffer;
 using qm_utils::OwedAnswers;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::SizeIs;
 using Request = OwedAnswers::Request;
 
@@ -56,7 +54,8 @@ TEST(LineBuffer, GivesTheSameLinesInPiecesOfAnySize) {
         FramingCase{"Long", sLong + "\r\nshort\r\n", {sLong, "short"}}}) {
     for (const std::size_t uPiece : {1U, 2U, 3U, 7U, 4096U}) {
       LineBuffer buffer(1 << 20);
-      EXPECT_THAT(linesOf(buffer, row.bytes, uPiece), ElementsAreArray(row.lines)) << row.name << uPiece;
+      EXPECT_THAT(linesOf(buffer, row.bytes, uPiece), testing::ElementsAreArray(row.lines))
+          << row.name << uPiece;
       EXPECT_LE(buffer.getCapacity(), row.bytes.size() < 256 ? 256U : 4 * row.bytes.size()) << row.name;
     }
   }
@@ -64,7 +63,8 @@ TEST(LineBuffer, GivesTheSameLinesInPiecesOfAnySize) {
 
 TEST(LineBuffer, TakesALineOfTheLimitAndNoLonger) {
   LineBuffer buffer(300);
-  EXPECT_THAT(linesOf(buffer, std::string(300, 'a') + "\r\n", 7), ElementsAre(std::string(300, 'a')));
+  EXPECT_THAT(linesOf(buffer, std::string(300, 'a') + "\r\n", 7),
+              testing::ElementsAre(std::string(300, 'a')));
   EXPECT_EQ(thrownBy([&] { linesOf(buffer, std::string(301, 'b') + "\n", 64); }),
             "line longer than 300 bytes");
   EXPECT_EQ(thrownBy([&] { buffer.takeLine(); }), "line longer than 300 bytes");

@@ -5,14 +5,12 @@
 #include <tuple>
 #include <vector>
 
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/error/jrpcerror.h"
 #include "coreapi/qmutils/params/jparams.h"
 #include "coreapi/qmutils/params/jvariant.h"
 #include "coreapi/qmutils/rpc/jrpc.h"
 #include "coreapi/qmutils/socket/jsockaddr.h"
 #include "tests/coreapi/qmutils/rpc/scriptserver.h"
-#include "tests/support/logcapture.h"
 #include "tests/support/tcpfaultproxy.h"
 #include "tests/support/thrownby.h"
 
@@ -23,7 +21,6 @@ namespace {
 using qm_test::ScriptPeer;
 using qm_test::ScriptServer;
 using qm_test::thrownBy;
-using testing::HasSubstr;
 
 constexpr std::int32_t kForever = -1;
 constexpr std::int32_t kShort = 50;
@@ -105,7 +102,8 @@ TEST(RpcCall, ATextThatBreaksTheLineIsNeverSent) {
   const auto pClient = attach(server.port());
   for (const std::string_view sText :
        {std::string_view("a=1)\r\nerase("), std::string_view("a=\n"), std::string_view("a=\0", 3)}) {
-    EXPECT_THAT(thrownBy([&] { pClient->call("setParams", sText, kForever); }), HasSubstr("line break"));
+    EXPECT_THAT(thrownBy([&] { pClient->call("setParams", sText, kForever); }),
+                testing::HasSubstr("line break"));
   }
   EXPECT_EQ(call(*pClient, "g"), "");
 }

@@ -1,7 +1,5 @@
-#include <condition_variable>
 #include <future>
 #include <gmock/gmock.h>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -10,7 +8,7 @@
 #include "coreapi/qmutils/params/jparams.h"
 #include "coreapi/qmutils/rpc/jrpc.h"
 #include "tests/coreapi/qmutils/rpc/scriptserver.h"
-#include "tests/support/logcapture.h"
+#include "tests/support/journal.h"
 #include "tests/support/thrownby.h"
 
 // The connect sequence, and the client's thread.
@@ -129,30 +127,10 @@ TEST(RpcTunnel, ARefusingTunnelFallsBackToThePortWithoutRedirect) {
 
 // The thread.
 
-/// Keeps the events in order, and lets a test wait for so many.
-class Events : public JRPCNotify {
+class Events : public JRPCNotify, public qm_test::Journal<std::string> {
  public:
   void linkUp() override { add("up"); }
   void linkDown(JError* pError) override { add("down: " + pError->getMessage()); }
-
-  std::vector<std::string> waitFor(std::size_t uCount) {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [&] { return m_events.size() >= uCount; });
-    return m_events;
-  }
-
-  std::vector<std::string> sofar() { return waitFor(0); }
-
- private:
-  void add(const std::string& sEvent) {
-    const std::lock_guard lock(m_mutex);
-    m_events.push_back(sEvent);
-    m_changed.notify_all();
-  }
-
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  std::vector<std::string> m_events;
 };
 
 TEST(RpcThread, ReportsALinkThatComesUpAndALinkThatCannot) {
@@ -160,15 +138,15 @@ TEST(RpcThread, ReportsALinkThatComesUpAndALinkThatCannot) {
   Events up;
   {
     JRPCClientNotify client(up, inBackground(server.port()));
-    EXPECT_THAT(up.waitFor(1), ElementsAre("up"));
+    EXPECT_THAT(up.await(1), ElementsAre("up"));
     EXPECT_TRUE(client.isConnected());
   }
   { JRPCClientNotify client(up, settingsFor(server.port())); }
-  EXPECT_THAT(up.sofar(), ElementsAre("up")) << "neither a connect in the constructor nor an end is an event";
+  EXPECT_THAT(up.items(), ElementsAre("up")) << "neither a connect in the constructor nor an end is an event";
 
   Events down;
   JRPCClientNotify client(down, inBackground(qm_test::closedPort()));
-  EXPECT_THAT(down.waitFor(1), ElementsAre(HasSubstr("actively refused")));
+  EXPECT_THAT(down.await(1), ElementsAre(HasSubstr("actively refused")));
   EXPECT_FALSE(client.isConnected());
 }
 
@@ -185,7 +163,7 @@ TEST(RpcThread, APingThatIsNotAnsweredByPongBreaksTheLink) {
     settings.iPingPeriod = 1000;
     Events events;
     JRPCClientNotify client(events, settings);
-    EXPECT_THAT(events.waitFor(2), ElementsAre("up", "down: Connection Lost")) << szAnswer;
+    EXPECT_THAT(events.await(2), ElementsAre("up", "down: Connection Lost")) << szAnswer;
     EXPECT_FALSE(client.isConnected());
     EXPECT_EQ(client.getServerVersion(), JRPCVersion{});
   }
@@ -213,9 +191,9 @@ TEST(RpcThread, ARetryingLinkComesBackWithANewConnection) {
   settings.bRetry = true;
   ThrowingEvents events;
   JRPCClientNotify client(events, settings);
-  EXPECT_THAT(events.waitFor(1), ElementsAre("up"));
+  EXPECT_THAT(events.await(1), ElementsAre("up"));
   EXPECT_EQ(thrownBy([&] { client.call("f", nullptr, kLong); }), "Connection Lost");
-  EXPECT_THAT(events.waitFor(3), ElementsAre("up", "down: Connection Lost", "up"));
+  EXPECT_THAT(events.await(3), ElementsAre("up", "down: Connection Lost", "up"));
   EXPECT_EQ(client.getServerVersion(), (JRPCVersion{4, 3}));
   std::int32_t iNumber = 0;
   client.call("f", nullptr, kLong)->get("n", iNumber);
@@ -241,7 +219,7 @@ TEST(RpcShutdown, InterruptsAConnectAPingAndACallThatTheServerDoesNotAnswer) {
     JRPCClientNotify client(events, settings);
     std::thread caller([&] {
       if (szStall == std::string("f()")) {
-        events.waitFor(1);
+        events.await(1);
         EXPECT_NE(thrownBy([&] { client.call("f", nullptr, -1); }), "");
       }
     });
@@ -249,7 +227,7 @@ TEST(RpcShutdown, InterruptsAConnectAPingAndACallThatTheServerDoesNotAnswer) {
     client.shutdown();
     caller.join();
     EXPECT_FALSE(client.isConnected());
-    EXPECT_LE(events.sofar().size(), 1U) << szStall << ": who ends the link isn't told that it is down";
+    EXPECT_LE(events.items().size(), 1U) << szStall << ": who ends the link isn't told that it is down";
   }
 }
 

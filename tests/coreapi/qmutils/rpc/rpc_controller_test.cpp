@@ -1,6 +1,5 @@
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -17,17 +16,14 @@
 #include "coreapi/qmutils/params/jparams.h"
 #include "coreapi/qmutils/rpc/jrpccontroller.h"
 #include "tests/coreapi/qmutils/rpc/scriptserver.h"
+#include "tests/support/journal.h"
 #include "tests/support/logcapture.h"
 
 namespace {
 
 using qm_test::ScriptPeer;
 using qm_test::ScriptServer;
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 constexpr std::int32_t kLong = 60000;
 
@@ -41,37 +37,24 @@ ScriptServer::Script answering(const std::string& sVersion = "4.2") {
 }
 
 /// Keeps the events in order; each says whether its link was still the controller's.
-class Host : public JRPCNotifyWithContext {
+class Host : public JRPCNotifyWithContext, public qm_test::Journal<std::string> {
  public:
-  void linkUp(JRPCController* pContext) override { add(pContext, "up"); }
+  void linkUp(JRPCController* pContext) override { note(pContext, "up"); }
   void linkDown(JRPCController* pContext, JError* pError) override {
-    add(pContext, "down: " + pError->getMessage());
+    note(pContext, "down: " + pError->getMessage());
   }
-
-  std::vector<std::string> waitFor(std::size_t uCount) {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [&] { return m_events.size() >= uCount; });
-    return m_events;
-  }
-  std::vector<std::string> sofar() { return waitFor(0); }
 
   /// Events from now on wait until this ends.
   std::unique_lock<std::mutex> hold() { return std::unique_lock(m_gate); }
 
  private:
-  void add(JRPCController* pContext, const std::string& sEvent) {
+  void note(JRPCController* pContext, const std::string& sEvent) {
     const std::lock_guard gate(m_gate);
     const JAutoLock link(pContext->getLock());
-    const JRPCClient* const pClient = pContext->getEventClient();
-    const std::lock_guard lock(m_mutex);
-    m_events.push_back(sEvent + (pClient != nullptr ? "" : " (gone)"));
-    m_changed.notify_all();
+    add(sEvent + (pContext->getEventClient() != nullptr ? "" : " (gone)"));
   }
 
   std::mutex m_gate;
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  std::vector<std::string> m_events;
 };
 
 class CountingHook : public JRPCHook {
@@ -96,7 +79,7 @@ TEST(RpcController, ANonBlockingConnectTellsItsOutcomeByAnEvent) {
   EXPECT_EQ(controller.getParams(sParams), -1);
   EXPECT_EQ(sParams, "untouched");
   EXPECT_EQ(controller.connect(), 0);
-  EXPECT_THAT(host.waitFor(1), ElementsAre("up"));
+  EXPECT_THAT(host.await(1), ElementsAre("up"));
   EXPECT_EQ(controller.getStatus(), 2);
   std::int32_t iMajor = -1;
   std::int32_t iMinor = -1;
@@ -113,7 +96,8 @@ TEST(RpcController, ANonBlockingConnectTellsItsOutcomeByAnEvent) {
 
   controller.setPort(qm_test::closedPort());
   EXPECT_EQ(controller.connect(), 0);
-  EXPECT_THAT(host.waitFor(2).back(), AllOf(StartsWith("down: "), HasSubstr("actively refused")));
+  EXPECT_THAT(host.await(2).back(),
+              testing::AllOf(testing::StartsWith("down: "), testing::HasSubstr("actively refused")));
   EXPECT_EQ(controller.getStatus(), 0);
 }
 
@@ -137,7 +121,7 @@ TEST(RpcController, ABlockingConnectTellsItsOutcomeByItsResult) {
   EXPECT_EQ(controller.connect(), -1);
   EXPECT_EQ(controller.getStatus(), 0);
   controller.shutDown();
-  EXPECT_THAT(host.sofar(), IsEmpty());
+  EXPECT_THAT(host.items(), testing::IsEmpty());
 }
 
 /// Gives the events of a client to a controller as the client's thread does. It has made and lost a link.
@@ -154,7 +138,7 @@ TEST(RpcController, ALinkDownWithoutAnErrorCarriesATextOfItsOwn) {
   Host host;
   OpenController controller(&host);
   controller.linkDown(nullptr);
-  EXPECT_THAT(host.waitFor(1), ElementsAre("down: Unknown error (gone)"));
+  EXPECT_THAT(host.await(1), ElementsAre("down: Unknown error (gone)"));
 }
 
 TEST(RpcController, AnEventThatWasQueuedBeforeItsLinkEndedKnowsThatItIsGone) {
@@ -176,14 +160,14 @@ TEST(RpcController, AnEventThatWasQueuedBeforeItsLinkEndedKnowsThatItIsGone) {
   controller.connect();
   secondAsked.get_future().wait();
   held.unlock();
-  EXPECT_THAT(host.waitFor(1), ElementsAre("up (gone)"));
+  EXPECT_THAT(host.await(1), ElementsAre("up (gone)"));
   goOn.set_value();
-  EXPECT_THAT(host.waitFor(2), ElementsAre("up (gone)", "up"));
+  EXPECT_THAT(host.await(2), ElementsAre("up (gone)", "up"));
   held = host.hold();
   controller.disconnect();
   held.unlock();
   controller.shutDown();
-  EXPECT_EQ(host.sofar().size(), 2U);
+  EXPECT_EQ(host.items().size(), 2U);
 }
 
 /// A host that calls back into the controller from inside its events.
@@ -336,7 +320,7 @@ TEST(RpcController, ThousandsOfConnectsAndDisconnectsFromManyThreadsLeaveNothing
   std::vector<std::string> events;
   controller.connect();
   do {
-    events = host.waitFor(events.size() + 1);
+    events = host.await(events.size() + 1);
   } while (events.back() != "up");  // what was still queued is of links that are gone
   EXPECT_EQ(controller.setParams("a=1"), 0);
   controller.shutDown();

@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/rpc/jrpccontainers.h"
 #include "coreapi/qmutils/rpc/jrpcserialisation.h"
 #include "tests/support/logcapture.h"

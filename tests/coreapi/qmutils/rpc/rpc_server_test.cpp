@@ -12,7 +12,6 @@
 #include "coreapi/qmutils/rpc/jlineio.h"
 #include "coreapi/qmutils/rpc/jrpcservice.h"
 #include "coreapi/qmutils/socket/jtcpsocket.h"
-#include "coreapi/qmutils/text/jtext.h"
 #include "tests/coreapi/qmutils/rpc/scriptserver.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/thrownby.h"

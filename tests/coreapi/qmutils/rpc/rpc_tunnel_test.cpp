@@ -5,7 +5,6 @@
 #include <thread>
 #include <vector>
 
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/params/jparams.h"
 #include "coreapi/qmutils/rpc/jrpctunnelservice.h"
 #include "coreapi/qmutils/socket/jsockaddr.h"

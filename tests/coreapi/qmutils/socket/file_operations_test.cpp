@@ -24,11 +24,8 @@ namespace fs = std::filesystem;
 using qm_platform::FaultKind;
 using qm_test::failEachFileCall;
 using qm_test::failFileCall;
-using qm_test::failure;
-using qm_test::fileFailure;
 using qm_test::readFile;
 using testing::ElementsAre;
-using testing::UnorderedElementsAre;
 
 class FileOperations : public testing::Test {
  protected:
@@ -279,7 +276,7 @@ TEST_F(FileOperations, OpeningClearsLeftoversButNoUpdateInWork) {
   }).join();
   EXPECT_EQ(readFile(sPath), "second");
   const std::string sWork = "log." + std::to_string(qm_platform::threadId());
-  EXPECT_THAT(names(), UnorderedElementsAre("log", "log.d", "logs", "mylog.1", sWork));
+  EXPECT_THAT(names(), testing::UnorderedElementsAre("log", "log.d", "logs", "mylog.1", sWork));
   JFileSocket::CloseUpdateWithRollBack(std::move(pUpdate), sPath);
   EXPECT_EQ(readFile(sPath), "new");
   EXPECT_FALSE(fs::exists(path(sWork)));
@@ -305,7 +302,7 @@ TEST_F(FileOperations, UpdatesOutliveReadersThatClearUp) {
   std::ofstream(sPath) << std::string(1000, '0');
   std::atomic<int> iWriters = 2;
   const auto update = [&](char cText) {
-    EXPECT_EQ(fileFailure([&] {
+    EXPECT_EQ(qm_test::fileFailure([&] {
                 for (int i = 0; i < 2000; ++i) {
                   auto pSocket = JFileSocket::OpenUpdateWithRollBack(sPath);
                   pSocket->write(std::string(1000, cText).data(), 1000);

@@ -1,12 +1,9 @@
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -15,18 +12,17 @@
 #include "coreapi/qmutils/socket/jdirectiosocket.h"
 #include "coreapi/qmutils/socket/jfilelimitedsocket.h"
 #include "tests/coreapi/qmutils/socket/file_test_support.h"
+#include "tests/support/filesizelimit.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/tempdir.h"
 
 namespace {
 
 using qm_platform::FaultKind;
-using qm_test::failEachFileCall;
 using qm_test::failFileCall;
 using qm_test::failure;
 using qm_test::fileFailure;
 using qm_test::readFile;
-using testing::HasSubstr;
 
 class FileSocket : public testing::Test {
  protected:
@@ -186,7 +182,7 @@ TEST_F(FileSocket, GathersAnyNumberOfBuffersAndTellsAtOnce) {
 TEST_F(FileSocket, EveryCallMayBeInterruptedOrCutShort) {
   for (const FaultKind kind : {FaultKind::kInterrupt, FaultKind::kShort}) {
     std::string sRead;
-    failEachFileCall(
+    qm_test::failEachFileCall(
         kind, 0,
         [&] {
           JFileSocket file(m_sPath, JFileSocket::kTemporary, true);
@@ -235,20 +231,14 @@ TEST_F(FileSocket, PipeGivesWhatItHasAndItsBreakIsAnError) {
 }
 
 TEST_F(FileSocket, FullDiskHasAnErrorOfItsOwnAndWhatFitStays) {
-  rlimit previous{};
-  getrlimit(RLIMIT_FSIZE, &previous);
-  void (*const previousHandler)(int) = std::signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit{6, previous.rlim_max};
-  setrlimit(RLIMIT_FSIZE, &limit);
   {
+    const qm_test::FileSizeLimit limit(6);
     JFileSocket file(m_sPath, JFileSocket::kWrite, true);
     EXPECT_EQ(fileFailure([&] { file.write("too much", 8); }), failure("WriteFile", EFBIG) + " full");
     file.rewind();
     const JIoBuf parts[] = {{const_cast<char*>("TOO "), 4}, {const_cast<char*>("much"), 4}};
     EXPECT_EQ(fileFailure([&] { file.writev(parts, 2); }), failure("WriteFile", EFBIG) + " full");
   }
-  setrlimit(RLIMIT_FSIZE, &previous);
-  std::signal(SIGXFSZ, previousHandler);
   EXPECT_EQ(readFile(m_sPath), "TOO mu");
   JFileSocket file(m_sPath, JFileSocket::kWrite, true);
   for (const int iError : {ENOSPC, EDQUOT}) {
@@ -313,7 +303,7 @@ TEST_F(FileSocket, DirectTransfersFallBackWhereTheFileSystemRefuses) {
     EXPECT_EQ(log.messages().size(), bRefused ? 1U : 0U);
     for (const auto& line : log.messages()) {
       EXPECT_EQ(line.level, qm_err::kLogWarning);
-      EXPECT_THAT(line.text, HasSubstr("No direct I/O on \"" + m_sPath + "\""));
+      EXPECT_THAT(line.text, testing::HasSubstr("No direct I/O on \"" + m_sPath + "\""));
     }
     JDirectIOSocket back(m_sPath, JFileSocket::kRead, true);
     EXPECT_EQ(back.skip(kBlock), 0);

@@ -2,7 +2,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,45 +11,18 @@
 
 namespace {
 
-using qm_test::thrownBy;
-
-/// What can be read until the end.
-std::string readAll(JFileSocket* pSocket) {
-  std::string sText;
-  char buffer[4096];
-  while (const std::size_t uRead = pSocket->read(buffer, sizeof buffer)) {
-    sText.append(buffer, uRead);
-  }
-  return sText;
-}
+using qm_test::Failure;
+using qm_test::failureOf;
+using qm_test::openDescriptors;
+using qm_test::readAll;
 
 /// What a command line writes to its output.
 std::string outputOf(const std::string& sCommandLine, const char* const* env = nullptr) {
   JProcessPipe process(false, true, false);
   process.exec(sCommandLine, env);
-  std::string sText = readAll(process.getStdout());
+  std::string sText = readAll(*process.getStdout());
   EXPECT_EQ(process.wait(false, true), 0);
   return sText;
-}
-
-/// Number and function of the system error that `work` throws; 0 and the text else.
-template <typename Work>
-std::pair<std::uint32_t, std::string> systemErrorOf(Work work) {
-  try {
-    work();
-  } catch (JSysError* pError) {
-    const qm_err::CaughtError error(pError);
-    return {pError->getCode(), pError->getFunction()};
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    return {0, error->getMessage()};
-  }
-  return {0, ""};
-}
-
-std::ptrdiff_t openDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                       std::filesystem::directory_iterator());
 }
 
 bool hasChildren() {
@@ -83,24 +55,24 @@ TEST(ProcessPipe, CutsTheCommandLineAtBlanksOutsideQuotes) {
   JProcessPipe process(false, true, false);
   const char* const argv[] = {"skipped", "[%s]", "a b", "c", nullptr};
   process.exec("/usr/bin/printf", argv, nullptr);
-  EXPECT_EQ(readAll(process.getStdout()), "[a b][c]");
+  EXPECT_EQ(readAll(*process.getStdout()), "[a b][c]");
 }
 
 TEST(ProcessPipe, TellsHowAChildEnded) {
   JProcessPipe process(true, true, true);
   process.exec("sh -c \"cat; echo error >&2; exit 7\"", nullptr);
-  EXPECT_EQ(thrownBy([&] { process.wait(false, false); }), "Time out!") << "it waits for its input";
+  EXPECT_EQ(qm_test::thrownBy([&] { process.wait(false, false); }), "Time out!") << "it waits for its input";
   process.getStdin()->write("text", 4);
   process.takeStdin().reset();
-  EXPECT_EQ(readAll(process.getStdout()), "text");
-  EXPECT_EQ(readAll(process.getStderr()), "error\n");
+  EXPECT_EQ(readAll(*process.getStdout()), "text");
+  EXPECT_EQ(readAll(*process.getStderr()), "error\n");
   EXPECT_EQ(process.wait(true, true), 7);
   EXPECT_EQ(process.wait(false, false), 7) << "the code stays";
 
   process.exec("sh -c \"kill -KILL $$\"", nullptr);
   EXPECT_EQ(process.wait(true, true), 128 + SIGKILL);
   process.close();
-  EXPECT_EQ(systemErrorOf([&] { process.wait(false, true); }).second, "WaitForSingleObject");
+  EXPECT_EQ(failureOf([&] { process.wait(false, true); }).second, "WaitForSingleObject");
   EXPECT_EQ(process.getStdin(), nullptr);
 }
 
@@ -115,8 +87,8 @@ TEST(ProcessPipe, FailsInExecWhenTheProgramCantRun) {
                     {"\"sh -c exit\"", ENOENT},
                     {"", ENOENT}};
   for (const auto& row : rows) {
-    EXPECT_EQ(systemErrorOf([&] { process.exec(row.sCommandLine, nullptr); }),
-              (std::pair<std::uint32_t, std::string>(row.uError, "CreateProcess")))
+    EXPECT_EQ(failureOf([&] { process.exec(row.sCommandLine, nullptr); }),
+              (Failure(row.uError, "CreateProcess")))
         << row.sCommandLine;
     EXPECT_EQ(process.getStdout(), nullptr);
   }
@@ -154,8 +126,7 @@ TEST(ProcessPipe, ReportsAWriteToAChildThatIsGone) {
   JProcessPipe process(true, false, false);
   process.exec("true", nullptr);
   EXPECT_EQ(process.wait(false, true), 0);
-  EXPECT_EQ(systemErrorOf([&] { process.getStdin()->write("x", 1); }),
-            (std::pair<std::uint32_t, std::string>(EPIPE, "WriteFile")));
+  EXPECT_EQ(failureOf([&] { process.getStdin()->write("x", 1); }), (Failure(EPIPE, "WriteFile")));
 }
 
 TEST(ProcessPipe, SurvivesFailuresAtEveryCall) {
@@ -167,7 +138,7 @@ TEST(ProcessPipe, SurvivesFailuresAtEveryCall) {
     qm_platform::armFaults({static_cast<std::uint32_t>(qm_platform::Seam::kProcess) |
                                 static_cast<std::uint32_t>(qm_platform::Seam::kFile),
                             ++uCall, qm_platform::FaultKind::kError, EMFILE, false});
-    const auto error = systemErrorOf([&] {
+    const auto error = failureOf([&] {
       JProcessPipe process(true, true, true);
       process.exec("cat", nullptr);
       EXPECT_EQ(process.wait(true, true), 0);

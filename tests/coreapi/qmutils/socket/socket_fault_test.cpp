@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <filesystem>
 
 #include "coreapi/platform/faultseam.h"
 #include "coreapi/qmutils/socket/judpsocket.h"
@@ -8,19 +7,12 @@
 namespace {
 
 using qm_platform::FaultKind;
-using qm_platform::FaultPlan;
-using qm_test::Connection;
 using qm_test::LogLines;
 using qm_test::loopback;
+using qm_test::openDescriptors;
 using qm_test::thrownBy;
 
 constexpr auto kSocketSeam = static_cast<std::uint32_t>(qm_platform::Seam::kSocket);
-
-/// Numbers of descriptors that the process has open.
-std::ptrdiff_t openDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                       std::filesystem::directory_iterator());
-}
 
 /// One of everything, over the loopback. Returns what came through.
 std::string converse() {
@@ -36,7 +28,7 @@ std::string converse() {
       uBytes -= uRead;
     }
   };
-  Connection connection;
+  qm_test::Connection connection;
   connection.client.setConnectTimeout(60'000);
   connection.client.setReadTimeout(60'000);
   connection.pServer->setWriteTimeout(60'000);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
@@ -18,6 +19,21 @@ namespace qm_test {
 /// An address on this machine.
 inline JInetAddr loopback(std::uint16_t uPort) {
   return {"127.0.0.1", uPort};
+}
+
+/// How many descriptors the process has open.
+inline std::ptrdiff_t openDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+/// Reads until the channel ends.
+inline std::string readAll(JISocket& socket) {
+  std::string sAll;
+  char buffer[4096];
+  while (const std::size_t uRead = socket.read(buffer, sizeof buffer)) {
+    sAll.append(buffer, uRead);
+  }
+  return sAll;
 }
 
 /// A TCP connection over the loopback: both ends, and the listener that made it.

@@ -2,7 +2,6 @@
 #include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <numeric>
 #include <sys/socket.h>
 #include <thread>
 
@@ -16,17 +15,8 @@ using qm_test::Failure;
 using qm_test::failureOf;
 using qm_test::LogLines;
 using qm_test::loopback;
+using qm_test::readAll;
 using qm_test::thrownBy;
-
-/// Reads until the channel ends.
-std::string readAll(JISocket& socket) {
-  std::string sAll;
-  char buffer[4096];
-  while (const std::size_t uRead = socket.read(buffer, sizeof buffer)) {
-    sAll.append(buffer, uRead);
-  }
-  return sAll;
-}
 
 /// Bytes that are all different from their neighbours.
 std::string pattern(std::size_t uSize) {
@@ -67,18 +57,6 @@ TEST(TCPSocket, TimesOutWhenNothingComes) {
   connection.pServer->write("data", 4);
   connection.client.setReadTimeout(10'000);
   EXPECT_EQ(connection.client.read(buffer, sizeof buffer), 4U);
-}
-
-TEST(TCPSocket, ReadsToTheOrderlyEnd) {
-  Connection connection;
-  connection.client.write("last words", 10);
-  connection.client.shutdownWrite();
-  EXPECT_EQ(readAll(*connection.pServer), "last words");
-  char buffer[1];
-  EXPECT_EQ(connection.pServer->read(buffer, 1), 0U);
-  connection.pServer->write("answer", 6);
-  connection.pServer->close();
-  EXPECT_EQ(readAll(connection.client), "answer");
 }
 
 TEST(TCPSocket, SendsTheLastAnswerBeforeAnAcceptedConnectionCloses) {

@@ -3,7 +3,6 @@
 #include <string>
 
 #include "coreapi/platform/faultseam.h"
-#include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/text/jtext.h"
 #include "tests/support/thrownby.h"
 

@@ -71,29 +71,6 @@ TEST(Codec, IrregularUtf8BecomesTheUnitsOfTheTable) {
   }
 }
 
-struct BoundedCase {
-  const char* name;
-  std::u16string sWide;
-  std::ptrdiff_t iSize;
-  std::string sUtf8;
-};
-
-TEST(Codec, BoundedUtf8NeverCutsASequence) {
-  const BoundedCase rows[] = {{"TwoOfThreeInThree", u"\u20AC\u20AC", 3, ""},
-                              {"TwoOfThreeInFour", u"\u20AC\u20AC", 4, "\xE2\x82\xAC"},
-                              {"TwoOfThreeInSix", u"\u20AC\u20AC", 6, "\xE2\x82\xAC"},
-                              {"StopsAtTheFirstThatDoesNotFit", u"a\u20ACb", 4, "a"},
-                              {"OnlyTheEnd", u"abc", 1, ""},
-                              {"Exact", u"abc", 4, "abc"}};
-  for (const BoundedCase& row : rows) {
-    SCOPED_TRACE(row.name);
-    const auto& [name, sWide, iSize, sUtf8] = row;
-    std::vector<char> buffer(static_cast<std::size_t>(iSize), '#');
-    EXPECT_EQ(JUTF8Codec::toUtf8(sWide.c_str(), buffer.data(), iSize), buffer.data());
-    EXPECT_EQ(std::string(buffer.data()), sUtf8);
-  }
-}
-
 TEST(Codec, NothingGivesAnEmptyResult) {
   const char16_t* const szNoWide = nullptr;
   const char* const szNoUtf8 = nullptr;

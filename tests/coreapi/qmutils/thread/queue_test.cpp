@@ -1,4 +1,3 @@
-#include <atomic>
 #include <cerrno>
 #include <gmock/gmock.h>
 
@@ -10,10 +9,8 @@
 
 namespace {
 
-using qm_test::Crew;
 using qm_test::LogCapture;
 using qm_test::systemFailureOf;
-using qm_test::Task;
 using qm_test::ThreadFault;
 using qm_utils::format;
 using testing::ElementsAre;
@@ -68,7 +65,7 @@ TEST(ThreadedQueue, StopWinsOverQueuedMessagesAndHandlesThemOnDemand) {
     queue.putAndEnter();
     queue.put(1);
     queue.put(2);
-    Task stopper([&] { queue.stop(bProcessRest); });
+    qm_test::Task stopper([&] { queue.stop(bProcessRest); });
     stopper.start();
     qm_test::untilAsleep(stopper);  // the stop is asked for while 1 and 2 are queued
     queue.put(3);
@@ -131,7 +128,7 @@ TEST(ThreadedQueue, EveryMessageOfManyPostersIsHandledOnceInOrder) {
       }
     }
   };
-  Crew({[&] { body(0); }, [&] { body(1); }, [&] { body(2); }}).stop();
+  qm_test::Crew({[&] { body(0); }, [&] { body(1); }, [&] { body(2); }}).stop();
   queue.stop(true);
   EXPECT_THAT(queue.next, ElementsAre(kMessages, kMessages, kMessages));
 }

@@ -22,7 +22,6 @@ using qm_test::Crew;
 using qm_test::LogCapture;
 using qm_test::systemFailureOf;
 using qm_test::Task;
-using qm_test::ThreadFault;
 using qm_test::untilAsleep;
 using qm_utils::format;
 using testing::SizeIs;
@@ -204,7 +203,7 @@ TEST(Thread, FailedStartLeavesNothingBehind) {
     std::atomic<int> runs{0};
     Task task([&] { ++runs; });
     {
-      const ThreadFault fault(nth, EAGAIN);
+      const qm_test::ThreadFault fault(nth, EAGAIN);
       EXPECT_EQ(systemFailureOf([&] { task.start(-1); }), thrown[nth - 1]);
     }
     EXPECT_EQ(task.getState(), 0);

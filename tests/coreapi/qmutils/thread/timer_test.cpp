@@ -6,9 +6,6 @@
 
 namespace {
 
-using qm_test::Crew;
-using qm_test::Task;
-using qm_test::untilAsleep;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
@@ -73,9 +70,9 @@ TEST(WaitableTimer, SleepersFollowAStartThatComesLater) {
       timer.start(kHour);
     }
     std::size_t index = 99;
-    Task task([&] { index = JWaitForMultipleObjects(never, timer).wait(); });
+    qm_test::Task task([&] { index = JWaitForMultipleObjects(never, timer).wait(); });
     task.start();
-    untilAsleep(task);
+    qm_test::untilAsleep(task);
     timer.start(JTime(0, 1000));
     task.stop();
     EXPECT_EQ(index, 1U);
@@ -97,7 +94,7 @@ TEST(WaitableTimer, SignalsReachASleeperBesideAWaitForAll) {
       passed.release(1);
     }
   };
-  Crew crew({wantBoth, wantOne});
+  qm_test::Crew crew({wantBoth, wantOne});
   for (int i = 0; i < kRounds; ++i) {
     timer.start(JTime(0, 100));
     passed.wait();

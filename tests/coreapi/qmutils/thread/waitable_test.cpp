@@ -11,7 +11,6 @@ namespace {
 using qm_test::Crew;
 using qm_test::systemFailureOf;
 using qm_test::Task;
-using qm_test::ThreadFault;
 using qm_test::untilAsleep;
 
 TEST(Flag, AutoResetClearsWithOneWaitAndManualResetStays) {
@@ -326,7 +325,7 @@ TEST(Wait, FailuresNameTheFunctionAndTakeNothing) {
       {"WaitForMultipleObjects: 24", true, [&] { all.wait(); }},
   };
   for (const auto& row : rows) {
-    const ThreadFault fault(row.fault ? 1 : 0, EMFILE);
+    const qm_test::ThreadFault fault(row.fault ? 1 : 0, EMFILE);
     EXPECT_EQ(systemFailureOf(row.call), row.thrown);
   }
   EXPECT_EQ(all.wait(), 0U);

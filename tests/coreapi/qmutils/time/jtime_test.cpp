@@ -80,11 +80,6 @@ TEST(TimeMoved, SaturatesAtBothEnds) {
   }
 }
 
-TEST(Time, DifferenceForRangeChecksWraps) {
-  EXPECT_EQ(us(5).wrappingDifference(us(3)), 2U);
-  EXPECT_EQ(us(3).wrappingDifference(us(5)), kMax - 1);
-}
-
 struct RoundCase {
   const char* name;
   std::uint64_t uTime, uInterval;
@@ -141,11 +136,6 @@ TEST(DecimalText, ReadsAsScanfDoes) {
     EXPECT_EQ(time.fromText(row.szText), row.bRead);
     EXPECT_EQ(time, us(row.uTime));
   }
-}
-
-TEST(Time, TextIsTheDecimalCount) {
-  EXPECT_EQ(us(0).toText(), "0");
-  EXPECT_EQ(JTime::max().toText(), "18446744073709551615");
 }
 
 TEST(Time, NowIsTheSystemsClock) {

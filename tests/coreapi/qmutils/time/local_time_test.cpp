@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <memory>
 #include <random>
@@ -19,13 +18,13 @@
 #include "coreapi/qmutils/time/timezone.h"
 #include "tests/coreapi/qmutils/time/zonepackwriter.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/tempdir.h"
 
 namespace {
 
 using qm_test::fixedZone;
 using qm_test::machineZone;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 /// What a command writes to its standard output.
@@ -43,24 +42,6 @@ std::string probePath() {
   return qm_platform::runningModuleDirectory() + "/zone_probe";
 }
 
-/// A directory of its own for one test.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory()
-      : m_path(std::filesystem::temp_directory_path() /
-               ("qm_time_" + std::to_string(qm_platform::processId()))) {
-    std::filesystem::create_directories(m_path);
-  }
-  ~TemporaryDirectory() { std::filesystem::remove_all(m_path); }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-  std::string file(const char* szName) const { return m_path / szName; }
-
- private:
-  std::filesystem::path m_path;
-};
-
 /// One line of the probe.
 struct Told {
   std::string sShown;
@@ -70,14 +51,13 @@ struct Told {
 };
 
 std::vector<Told> askPlatform(const std::string& sZone, const std::vector<std::int64_t>& instants) {
-  const TemporaryDirectory directory;
-  std::ofstream input(directory.file("instants"));
+  const qm_test::TempDir directory;
+  std::ostringstream input;
   for (const std::int64_t iInstant : instants) {
     input << iInstant << '\n';
   }
-  input.close();
-  std::istringstream lines(
-      outputOf("TZ='" + sZone + "' '" + probePath() + "' < '" + directory.file("instants") + "'"));
+  std::istringstream lines(outputOf("TZ='" + sZone + "' '" + probePath() + "' < '" +
+                                    directory.write("instants", input.str()) + "'"));
   std::vector<Told> told;
   for (Told line; lines >> line.sShown >> line.iBack >> line.sOursShown >> line.iOursBack;) {
     told.push_back(line);
@@ -222,7 +202,7 @@ TEST_F(LocalTime, SettingAZoneIsLoggedAndFollowed) {
   EXPECT_EQ(JLocalSplitTime(JTime::firstQueryTime()).toUSFormat(), "01/01/1970 00:00:00.000000UTC");
 
   qm_utils::resetLocalTimeZone();
-  EXPECT_THAT(qm_utils::getLocalTimeZoneName(), IsEmpty());
+  EXPECT_THAT(qm_utils::getLocalTimeZoneName(), testing::IsEmpty());
 }
 
 TEST_F(LocalTime, ZoneThatCannotBeHadIsUtc) {
@@ -286,19 +266,18 @@ TEST_F(LocalTime, TimeMayHaveAZoneOfItsOwn) {
 }
 
 TEST_F(LocalTime, PackStandsBesideTheProgram) {
-  const TemporaryDirectory directory;
-  std::filesystem::copy_file(probePath(), directory.file("probe"));
+  const qm_test::TempDir directory;
+  std::filesystem::copy_file(probePath(), directory.path("probe"));
   EXPECT_THAT(
-      outputOf("TZ=UTC-3 '" + directory.file("probe") + "' X"),
-      testing::AllOf(HasSubstr("9 Time zone data '" + directory.file("zoneinfo.pak") + "' can't be read"),
+      outputOf("TZ=UTC-3 '" + directory.path("probe") + "' X"),
+      testing::AllOf(HasSubstr("9 Time zone data '" + directory.path("zoneinfo.pak") + "' can't be read"),
                      HasSubstr("not set 01/01/1970 03:00:00.000000UTC")));
 
   const auto pack = qm_test::pack({fixedZone("X", 3600, "XT")});
-  std::ofstream(directory.file("zoneinfo.pak"), std::ios::binary)
-      .write(reinterpret_cast<const char*>(pack.data()), static_cast<std::streamsize>(pack.size()));
-  EXPECT_EQ(outputOf("'" + directory.file("probe") + "' X"),
+  directory.write("zoneinfo.pak", {pack.begin(), pack.end()});
+  EXPECT_EQ(outputOf("'" + directory.path("probe") + "' X"),
             "8 Local time set to 'X'.\nset 01/01/1970 01:00:00.000000XT\n");
-  EXPECT_EQ(outputOf("'" + directory.file("probe") + "' Y"),
+  EXPECT_EQ(outputOf("'" + directory.path("probe") + "' Y"),
             "11 Local time zone information not found for 'Y'. Will use UTC as local time.\n"
             "not set 01/01/1970 00:00:00.000000UTC\n");
 }

@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <gmock/gmock.h>
-#include <random>
 #include <string>
 #include <vector>
 

@@ -1,11 +1,11 @@
 // Tells local times from a process of its own, whose zone the test chooses by the variable TZ.
 //
-//   zone_probe < SECONDS...   for each count of seconds since 1970 one line: what the platform shows, the
-//   count that the
-//                             platform makes of that again, and the same two by JLocalSplitTime
+//   zone_probe < SECONDS...   for each count of seconds since 1970 one line: what the platform
+//                             shows, the count that it makes of that again, and the same two by
+//                             JLocalSplitTime
 //   zone_probe NAME           sets the zone of a name from the pack beside this program; the log's texts,
-//   whether the
-//                             zone is in force, and what the clock shows at 1970-01-01 00:00:00 UTC
+//   whether the zone
+//                             is in force, and what the clock shows at 1970-01-01 00:00:00 UTC
 
 #include <algorithm>
 #include <cstdio>
