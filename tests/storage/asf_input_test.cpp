@@ -1,9 +1,7 @@
-#include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <random>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +11,7 @@
 #include "storage/ASFIO/ASFInput.h"
 #include "storage/ASFIO/asfkinds.h"
 #include "tests/storage/readersupport.h"
+#include "tests/support/filesizelimit.h"
 #include "tests/support/logcapture.h"
 
 namespace {
@@ -164,33 +163,13 @@ TEST(UnfinishedAsfFile, IsIndexedWhileItIsReadAndMended) {
   EXPECT_EQ(readFile(sPath), sMended);
 }
 
-/// Keeps files of this process from growing beyond a size, as a full disk would.
-class FullDisk {
- public:
-  explicit FullDisk(std::uint64_t uSize) {
-    getrlimit(RLIMIT_FSIZE, &m_before);
-    const rlimit full{uSize, m_before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &full);
-  }
-  ~FullDisk() {
-    setrlimit(RLIMIT_FSIZE, &m_before);
-    std::signal(SIGXFSZ, m_pBefore);
-  }
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
-
- private:
-  void (*m_pBefore)(int) = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit m_before{};
-};
-
 TEST(UnfinishedAsfFile, IsLeftAsItIsByAFullDisk) {
   const TempDir dir;
   const std::string sPath = unfinishedCopy(dir, 120, 0);
   const std::string sBefore = readFile(sPath);
   const auto pInfo = describe(sPath);
   {
-    const FullDisk full(sBefore.size());
+    const qm_test::FileSizeLimit full(sBefore.size());
     EXPECT_NE(thrownBy([&] { pInfo->rebuildIndex(true, nullptr, kNoDate); }), "");
   }
   EXPECT_EQ(readFile(sPath), sBefore);

@@ -1,9 +1,7 @@
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <string>
-#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -11,6 +9,7 @@
 #include "tests/qmactivexctrl/qmstorageaccesscontroller/pushing.h"
 #include "tests/qmactivexctrl/qmstorageaccesscontroller/referencelink.h"
 #include "tests/storage/readersupport.h"
+#include "tests/support/filesizelimit.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/thrownby.h"
 
@@ -224,21 +223,17 @@ TEST(Backup, TellsThatTheDiskIsFull) {
     std::vector<std::string> payloads;
   } const rows[] = {{"no room for the index", 1, {"first frame", sSecond}},
                     {"no room for a frame", 500, {"first frame"}}};
-  rlimit before{};
-  getrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, SIG_IGN);
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const std::string sPath = dir.path(std::to_string(row.uLess) + ".asf");
-    const rlimit full{uWhole - row.uLess, before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &full);
-    link.push(sWire);
-    EXPECT_EQ(link.copy(sPath), -1);
-    setrlimit(RLIMIT_FSIZE, &before);
+    {
+      const qm_test::FileSizeLimit full(uWhole - row.uLess);
+      link.push(sWire);
+      EXPECT_EQ(link.copy(sPath), -1);
+    }
     EXPECT_THAT(link.messages(), ElementsAre(kFailed + "Couldn't write received field on disk"));
     EXPECT_EQ(payloadsOf(sPath), row.payloads);
   }
-  std::signal(SIGXFSZ, SIG_DFL);
 }
 
 TEST(Backup, BeginsAnotherFileWhenTheStreamChanges) {
