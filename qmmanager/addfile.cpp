@@ -1,5 +1,6 @@
 #include "qmmanager/addfile.h"
 
+#include <exception>
 #include <memory>
 #include <set>
 #include <string_view>
@@ -128,6 +129,11 @@ class AddFile {
         dropAlarm(unit, *pAlarm);
       }
       QM_THROW(JTextError, error->getMessage() + "; " + recorder.getSummary());
+    } catch (const std::exception&) {
+      if (pAlarm != nullptr) {
+        dropAlarm(unit, *pAlarm);
+      }
+      throw;
     }
   }
 

@@ -134,23 +134,6 @@ std::vector<std::string> parseNames(std::string_view sList) {
   return names;
 }
 
-/// Removes each of the pairs where it has the value.
-void removePairs(MetaDataLog& log, const JParams& pairs, const TimeSpan& media) {
-  for (const std::string& sKey : pairs.getNames()) {
-    JParams pair;
-    pair.add(std::make_unique<JVariant>(*pairs.find(sKey)));
-    TimeSpanList matching;
-    log.getSpans(matching, pair);
-    for (const TimeSpan& span : matching) {
-      const TimeSpan part(std::max(span.startDate, media.startDate), std::min(span.endDate, media.endDate));
-      if (part.startDate < part.endDate) {
-        log.removeMetaData({sKey}, part, false);
-      }
-    }
-  }
-  log.save();
-}
-
 void unsetMetaData(ArchiveUnit& unit, const Request& request) {
   const TimeSpan media = storable(request.getSpan("TsIntervalStart", "TsIntervalEnd"));
   const std::string sWhat = request.getText("Params");
@@ -160,7 +143,7 @@ void unsetMetaData(ArchiveUnit& unit, const Request& request) {
     return;
   }
   const JParams pairs = parsePairs(sWhat);
-  unit.changeMetaDataLog([&](MetaDataLog& log) { removePairs(log, pairs, media); });
+  unit.changeMetaDataLog([&](MetaDataLog& log) { log.removePairs(pairs, media, true); });
 }
 
 // What searches show.

@@ -1,12 +1,14 @@
 #include "qmmanager/copydirectory.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
 #include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "coreapi/platform/fileaccess.h"
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/socket/fileoperations.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
@@ -37,6 +39,24 @@ bool isThere(const std::string& sPath) {
     const qm_err::CaughtError error(pError);
     return false;
   }
+}
+
+/// A new file, in the place of what an interrupted copy has left under its name. What stands there isn't
+/// opened, so that nothing is written through a link and nobody waits on a pipe.
+std::unique_ptr<JFileSocket> createWork(const std::string& sPath) {
+  qm_platform::FileOpening how;
+  how.access = qm_platform::FileAccess::kWrite;
+  how.creation = qm_platform::FileCreation::kNew;
+  how.exclusive = true;
+  qm_platform::OpenedFile file;
+  int iError = qm_platform::removeUnused(sPath);
+  if (iError == 0 || iError == ENOENT) {
+    iError = qm_platform::openFile(sPath, how, file);
+  }
+  if (iError != 0) {
+    QM_THROW(JSysError, static_cast<std::uint32_t>(iError), ("create \"" + sPath + "\"").c_str());
+  }
+  return std::make_unique<JFileSocket>(file.descriptor);
 }
 
 }  // namespace
@@ -70,7 +90,7 @@ class CopyDirectory::Writing {
     finishPart();
     const std::string sNumber = m_parts.empty() ? std::string() : std::to_string(m_parts.size());
     const std::string& sName = enter(m_sBase + sNumber + m_sExtension);
-    auto pFile = std::make_unique<JFileSocket>(workOf(sName), JFileSocket::kWrite, false);
+    auto pFile = createWork(workOf(sName));
     m_parts.back().bMade = true;
     m_pOutput = FileOutput::create(std::move(pFile), m_sExtension, sName);
     if (m_pOutput == nullptr) {

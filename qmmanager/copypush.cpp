@@ -37,6 +37,22 @@ class CopyPush::Connection : public JTCPSocket {
   CopyPush& m_push;
 };
 
+namespace {
+
+/// Sends what is on its way still, and closes without the marker.
+void breakOff(CopySender& sender, JTCPSocket& connection) {
+  try {
+    sender.cut();
+    connection.shutdownWrite();
+  } catch (JError* pError) {
+    const qm_err::CaughtError error(pError);  // the connection is what has failed
+  } catch (const std::exception&) {
+    // Without memory nothing more goes out.
+  }
+}
+
+}  // namespace
+
 CopyPush::CopyPush(std::unique_ptr<RecordedFrames> pFrames, const qm_stream::StreamProtocol& protocol,
                    const Limits& limits)
     : JThread("CopyPush"), m_pFrames(std::move(pFrames)), m_protocol(protocol), m_limits(limits) {
@@ -69,6 +85,7 @@ void CopyPush::run() {
   } catch (const std::exception& exception) {
     qm_err::log(qm_err::kLogError, "A copy has been broken off: %s\n", exception.what());
   }
+  m_pConnection.reset();  // where it didn't come to a stream: the client needn't wait for one
   m_bDone = true;
 }
 
@@ -96,15 +113,9 @@ void CopyPush::push() {
         QM_THROW(JTextError, "the Manager stops");
       }
     }
-  } catch (JError* pError) {
-    qm_err::CaughtError error(pError);
-    try {
-      sender.cut();
-      connection.shutdownWrite();
-    } catch (JError* pSecond) {
-      const qm_err::CaughtError second(pSecond);  // the connection is what has failed
-    }
-    error.rethrow();
+  } catch (...) {  // for want of memory, too: whatever has failed, the stream gets no marker
+    breakOff(sender, connection);
+    throw;
   }
 }
 

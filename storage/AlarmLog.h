@@ -4,6 +4,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "storage/ArchiveLog.h"
 #include "storage/LogFile.h"
@@ -60,6 +61,13 @@ class AlarmLog : public JRPCObject {
   AlarmLog(const AlarmLog& other);
   AlarmLog& operator=(const AlarmLog&) = delete;
   ~AlarmLog() override;
+
+  /// Exchanges all that the two logs hold, the files that they belong to included.
+  void swap(AlarmLog& other) noexcept {
+    m_records.swap(other.m_records);
+    std::swap(m_file, other.m_file);
+    std::swap(m_uCounted, other.m_uCounted);
+  }
 
   /// Reads the file, or makes it when there is none. Never throws for a file: a failure is logged, what was
   /// read before it stays usable, and the file is then left as it is until an `init` reads it whole. Whether

@@ -309,41 +309,54 @@ TimeSpanList ArchiveUnit::getHiddenSpans() const {
 
 // Changes of the logs.
 
-template <class Change, class ReadAgain>
-void ArchiveUnit::changeLog(Change change, ReadAgain readAgain) {
-  const JAutoLock lock(m_mutex);
+namespace {
+
+/// Whether a log could be read again. The system, or its memory, may be short of what that takes as well.
+template <class ReadAgain>
+bool couldReadAgain(ReadAgain readAgain) noexcept {
   try {
-    change();
+    return readAgain();
   } catch (...) {
-    readAgain();
+    return false;
+  }
+}
+
+}  // namespace
+
+template <class Log, class Change, class ReadAgain>
+void ArchiveUnit::changeLog(Log& log, Change change, ReadAgain readAgain) {
+  const JAutoLock lock(m_mutex);
+  Log before(log);
+  try {
+    change(log);
+  } catch (...) {
+    if (!couldReadAgain(readAgain)) {
+      log.swap(before);
+    }
     throw;
   }
 }
 
 void ArchiveUnit::changeAlarmLog(const std::function<void(AlarmLog& log)>& change) {
-  changeLog([&] { change(m_alarmLog); }, [this] { m_alarmLog.init(pathOf(kAlarmLogName)); });
+  changeLog(m_alarmLog, change, [this] { return m_alarmLog.init(pathOf(kAlarmLogName)); });
 }
 
 void ArchiveUnit::changeProtectedLog(const std::function<void(ProtectedLog& log)>& change) {
-  changeLog([&] { change(m_protectedLog); },
-            [this] { m_protectedLog.init(pathOf(kProtectedLogName), JTime()); });
+  changeLog(m_protectedLog, change,
+            [this] { return m_protectedLog.init(pathOf(kProtectedLogName), JTime()); });
 }
 
 void ArchiveUnit::changeMetaDataLog(const std::function<void(MetaDataLog& log)>& change) {
-  changeLog([&] { change(m_metaDataLog); }, [this] { m_metaDataLog.init(pathOf(kMetaDataLogName)); });
+  changeLog(m_metaDataLog, change, [this] { return m_metaDataLog.init(pathOf(kMetaDataLogName)); });
 }
 
 // Hiding and erasing.
 
-/// Stores the hidden spans; what couldn't be stored doesn't hold in memory either.
-void ArchiveUnit::saveHidden() {
-  try {
-    m_hiddenLog.save();
-  } catch (JError* pError) {
-    qm_err::CaughtError error(pError);
-    m_hiddenLog.init(pathOf(kHiddenLogName));
-    error.rethrow();
-  }
+/// Stores other hidden spans, in order and apart, in the place of all there are. The mutex is held.
+void ArchiveUnit::storeHidden(const TimeSpanList& spans) {
+  changeLog(
+      m_hiddenLog, [&](MetaDataLog& log) { log.replaceAll(kHiddenPair, spans); },
+      [this] { return m_hiddenLog.init(pathOf(kHiddenLogName)); });
 }
 
 void ArchiveUnit::requireHiddenLog() {
@@ -362,10 +375,10 @@ void ArchiveUnit::hide(const TimeSpanList& spans) {
   }
   const JAutoLock lock(m_mutex);
   requireHiddenLog();
-  for (const TimeSpan& span : spans) {
-    m_hiddenLog.addMetaData(kHiddenPair, span, false);
-  }
-  saveHidden();
+  TimeSpanList all = getHiddenSpans();
+  all.insert(all.end(), spans.begin(), spans.end());
+  all.mergeGap(1);
+  storeHidden(all);
 }
 
 void ArchiveUnit::unhide(const TimeSpanList& spans) {
@@ -374,10 +387,9 @@ void ArchiveUnit::unhide(const TimeSpanList& spans) {
   }
   const JAutoLock lock(m_mutex);
   requireHiddenLog();
-  for (const TimeSpan& span : spans) {
-    m_hiddenLog.removeMetaData({"*"}, span, false);
-  }
-  saveHidden();
+  TimeSpanList shown = spans;
+  shown.mergeGap(0);
+  storeHidden(TimeSpanList::subtract(getHiddenSpans(), shown));
 }
 
 /// First out of sight and on disk, then deleted: what is interrupted in between shows nothing of the span.

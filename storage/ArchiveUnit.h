@@ -169,7 +169,7 @@ class ArchiveUnit : public FileFactory {
 
   // Changes of a log that stores itself, under the mutex: they are on disk when these return. When the change
   // throws, or the disk refuses it, the log is read again from its file, so that memory holds what stands
-  // there, and the error is thrown on.
+  // there, and the error is thrown on; where that fails too, memory holds what it held before the change.
 
   void changeAlarmLog(const std::function<void(AlarmLog& log)>& change);
   void changeProtectedLog(const std::function<void(ProtectedLog& log)>& change);
@@ -206,8 +206,8 @@ class ArchiveUnit : public FileFactory {
   void recover(const std::string& sFileName);
   void dispose(const std::string& sFileName) const;
   void openLogs(const Listing& listing);
-  template <class Change, class ReadAgain>
-  void changeLog(Change change, ReadAgain readAgain);
+  template <class Log, class Change, class ReadAgain>
+  void changeLog(Log& log, Change change, ReadAgain readAgain);
   std::string pathOf(const std::string& sFileName) const { return m_sDirectory + "/" + sFileName; }
   std::optional<TimeSpan> currentSpan() const;
   std::unique_ptr<FileInput> tryOpen(const TimeSpan& span, JTime* pStart, JTime* pEnd, int iMode);
@@ -215,7 +215,7 @@ class ArchiveUnit : public FileFactory {
   TimeSpanList recordedSpans(const TimeSpan& range, std::uint64_t uGap) const;
   FileInfo::Ptr describeNewest(std::string& sPath) const;
   void requireHiddenLog();
-  void saveHidden();
+  void storeHidden(const TimeSpanList& spans);
 
   AlarmLog m_alarmLog;
   ProtectedLog m_protectedLog;

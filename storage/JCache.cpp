@@ -114,20 +114,19 @@ void JCache::erase(JCacheRecord* pRecord) {
 }
 
 void JCache::addToFree(JCacheRecord* pRecord) {
-  m_free.push_back(pRecord->m_sKey);
+  m_free.splice(m_free.end(), pRecord->m_place);  // takes no memory: a last user may go for want of it
   pRecord->m_freeStamp = JTime::now();
   if (m_free.size() > m_uMaxFree) {
-    const auto oldest = m_records.find(m_free.front());
+    JCacheRecord* const pOldest = m_free.front();
     m_free.pop_front();
-    delete oldest->second;
-    m_records.erase(oldest);
+    erase(pOldest);
   }
 }
 
 void JCache::removeFromFree(JCacheRecord* pRecord) {
-  const auto found = std::find(m_free.begin(), m_free.end(), pRecord->m_sKey);
+  const auto found = std::find(m_free.begin(), m_free.end(), pRecord);
   if (found != m_free.end()) {
-    m_free.erase(found);
+    pRecord->m_place.splice(pRecord->m_place.end(), m_free, found);
   }
 }
 
@@ -139,8 +138,8 @@ void JCache::dump() const {
     qm_err::log(qm_err::kLogDebug, "%d: \"%s\"", static_cast<int>(pRecord->m_iRefCount), sKey.c_str());
   }
   qm_err::log(qm_err::kLogDebug, "%d in Cache:", static_cast<int>(m_free.size()));
-  for (const std::string& sKey : m_free) {
-    qm_err::log(qm_err::kLogDebug, "\"%s\"", sKey.c_str());
+  for (const JCacheRecord* const pRecord : m_free) {
+    qm_err::log(qm_err::kLogDebug, "\"%s\"", pRecord->m_sKey.c_str());
   }
   qm_err::log(qm_err::kLogDebug, "JCache::dump() [DONE]");
 }

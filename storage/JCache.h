@@ -37,6 +37,7 @@ class JCacheRecord {
   std::string m_sKey;
   JTime m_freeStamp;  ///< when the record last went to the free list
   bool m_bRemovePending = false;
+  std::list<JCacheRecord*> m_place{this};  ///< its entry of the free list as long as that hasn't got it
 };
 
 /// Records by key, kept while they have users, and for a while after: those without users stand on a free
@@ -94,6 +95,6 @@ class JCache {
 
   std::uint32_t m_uMaxFree;
   std::map<std::string, JCacheRecord*> m_records;
-  std::list<std::string> m_free;
+  std::list<JCacheRecord*> m_free;
   mutable JMutex m_mutex;
 };

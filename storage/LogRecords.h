@@ -41,6 +41,14 @@ class LogRecords {
 
   LogRecords& operator=(const LogRecords&) = delete;
 
+  /// Both cursors go back to the first record.
+  void swap(LogRecords& other) noexcept {
+    m_records.swap(other.m_records);
+    std::swap(m_bWhole, other.m_bWhole);
+    rewind();
+    other.rewind();
+  }
+
   std::size_t size() const noexcept { return m_records.size(); }
   Position begin() const noexcept { return m_records.begin(); }
   Position end() const noexcept { return m_records.end(); }

@@ -279,6 +279,40 @@ void MetaDataLog::removeMetaData(const std::vector<std::string>& names, const Ti
   }
 }
 
+void MetaDataLog::removePairs(const JParams& pairs, const TimeSpan& span, bool bSave) {
+  std::vector<JParams> each;
+  for (const std::string& sKey : pairs.getNames()) {
+    each.emplace_back().add(std::make_unique<JVariant>(*pairs.find(sKey)));
+  }
+  SpanChange(m_records, span, nullptr).apply([&](JParams& record) {
+    for (const JParams& pair : each) {
+      if (!qm_storage::matchesPairs(record, pair)) {
+        continue;
+      }
+      for (const std::string& sKey : record.getNames()) {
+        if (qm_storage::matchesAnyName(sKey, pair.getNames())) {
+          record.remove(sKey);
+        }
+      }
+    }
+  });
+  join(kJoinGap);
+  if (bSave) {
+    save();
+  }
+}
+
+void MetaDataLog::replaceAll(const std::string& sPairs, const TimeSpanList& spans) {
+  JParams pairs;
+  pairs.parse(sPairs);
+  Records records;
+  for (const TimeSpan& span : spans) {
+    records.append(std::make_unique<MetaDataLogRecord>(span, pairs));
+  }
+  m_records.swap(records);
+  save();
+}
+
 void MetaDataLog::addRecord(std::unique_ptr<ArchiveLogRecord> pRecord, bool bSave) {
   auto* const pMetaData = dynamic_cast<MetaDataLogRecord*>(pRecord.get());
   JASSERT(pMetaData != nullptr);

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "coreapi/qmutils/params/jparams.h"
@@ -58,6 +59,12 @@ class MetaDataLog : public ArchiveLog, public JRPCObject {
   MetaDataLog(const MetaDataLog& other) = default;
   MetaDataLog& operator=(const MetaDataLog&) = delete;
 
+  /// Exchanges all that the two logs hold, the files that they belong to included.
+  void swap(MetaDataLog& other) noexcept {
+    m_records.swap(other.m_records);
+    std::swap(m_file, other.m_file);
+  }
+
   /// Reads the file, or makes it when there is none. A line that can't be read is logged and skipped. Never
   /// throws for a file: a failure is logged, what was read before it stays usable, and the file is then left
   /// as it is until an `init` reads it whole. Whether it was read.
@@ -71,6 +78,13 @@ class MetaDataLog : public ArchiveLog, public JRPCObject {
   /// Removes keys, given as globs, from all that lies in a span; the single name "*" removes all. A piece
   /// that is left without pairs goes.
   void removeMetaData(const std::vector<std::string>& names, const TimeSpan& span, bool bSave);
+
+  /// Removes pairs, each wherever `getSpans` finds it alone, from all that lies in a span.
+  void removePairs(const JParams& pairs, const TimeSpan& span, bool bSave);
+
+  /// Puts spans, in order and apart and all with the same pairs, in the place of all records, and stores the
+  /// log.
+  void replaceAll(const std::string& sPairs, const TimeSpanList& spans);
 
   void rewind() override { m_records.rewind(); }
   void rewind() const override { m_records.rewind(); }

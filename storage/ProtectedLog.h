@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "storage/LogFile.h"
 #include "storage/LogRecords.h"
@@ -55,6 +56,14 @@ class ProtectedLog : public JRPCObject {
   /// Copies every record.
   ProtectedLog(const ProtectedLog& other) = default;
   ProtectedLog& operator=(const ProtectedLog&) = delete;
+
+  /// Exchanges all that the two logs hold, the files that they belong to included.
+  void swap(ProtectedLog& other) noexcept {
+    m_records.swap(other.m_records);
+    std::swap(m_file, other.m_file);
+    std::swap(m_protectionPeriod, other.m_protectionPeriod);
+    std::swap(m_prepostProtectionPeriod, other.m_prepostProtectionPeriod);
+  }
 
   /// Reads the file, or makes it when there is none. Periods other than 0 go before those of the file. Never
   /// throws for a file: a failure is logged, what was read before it stays usable, and the file is then left

@@ -1,6 +1,7 @@
 #include "coreapi/qmstream/oframesocket.h"
 
 #include <cstdarg>
+#include <exception>
 #include <utility>
 
 #include "coreapi/platform/clock.h"
@@ -154,6 +155,8 @@ void OFrameSocket::endStream(const void* pMarker) noexcept {
   } catch (JError* pError) {
     const qm_err::CaughtError error(pError);
     JCATCH_LOG(error.get());
+  } catch (const std::exception&) {
+    // Without memory the stream ends without its marker.
   }
 }
 
