@@ -1,5 +1,6 @@
 #include "qmmanager/addfile.h"
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <set>
@@ -25,9 +26,12 @@ bool isPartOfPlainName(char c) noexcept {
   return static_cast<unsigned char>(c) >= 0x20 && c != '/' && c != '\\' && c != '\x7F';
 }
 
-std::string resolve(const std::string& sPath) {
+std::string resolve(const std::string& sPath, const std::string& sName) {
   std::string sResolved;
   const int iError = qm_platform::resolvePath(sPath, sResolved);
+  if (iError == ENOENT) {
+    QM_THROW(JTextError, "there is no " + sName);
+  }
   if (iError != 0) {
     QM_THROW(JSysError, static_cast<std::uint32_t>(iError), "realpath");
   }
@@ -47,8 +51,9 @@ std::string findImport(const std::string& sDirectory, const std::string& sName) 
   if (sName.empty() || sName == "." || sName == "..") {
     QM_THROW(JTextError, "FileName must name a file");
   }
-  const std::string sParent = resolve(sDirectory);
-  const std::string sPath = resolve(sDirectory + "/" + sName);
+  const std::string sParent = resolve(sDirectory, "import directory any more");
+  const std::string sPath =
+      resolve(sDirectory + "/" + sName, "file \"" + sName + "\" in the import directory");
   if (sPath.substr(0, sPath.rfind('/')) != (sParent == "/" ? "" : sParent)) {
     QM_THROW(JTextError, "FileName leads out of the import directory");
   }

@@ -101,11 +101,20 @@ void removeAlarmByDate(ArchiveUnit& unit, const Request& request) {
 
 // Metadata.
 
-/// A list of at least one pair, and nothing behind it.
+/// Whether a text is nothing but a list of at least one pair.
+bool parseAll(const std::string& sText, JParams& pairs) {
+  try {
+    const std::size_t uRead = pairs.parse(sText);
+    return !pairs.isEmpty() && sText.find_first_not_of(" \t", uRead) == std::string::npos;
+  } catch (JVariant::SyntaxError* pError) {
+    const qm_err::CaughtError error(pError);
+    return false;
+  }
+}
+
 JParams parsePairs(const std::string& sText) {
   JParams pairs;
-  const std::size_t uRead = pairs.parse(sText);
-  if (pairs.isEmpty() || sText.find_first_not_of(" \t", uRead) != std::string::npos) {
+  if (!parseAll(sText, pairs)) {
     QM_THROW(JTextError, "\"" + sText + "\" is no list of pairs; one is KEY=VALUE, KEY=VALUE");
   }
   return pairs;

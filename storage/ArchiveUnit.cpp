@@ -209,7 +209,8 @@ void ArchiveUnit::getExpiredSlicesbySpace(std::vector<Slice>& list) const {
 
 // Spans.
 
-/// What gaps count as none: two frame periods, rounded up, or nothing.
+/// What gaps count as none: two frame periods of the key, rounded up, or of what has none, of the media; or
+/// nothing.
 std::uint64_t ArchiveUnit::joinedGap() const {
   if (!m_settings.bJoinGaps) {
     return 0;
@@ -247,9 +248,20 @@ TimeSpanList ArchiveUnit::recordedSpans(const TimeSpan& range, std::uint64_t uGa
 
 TimeSpanList ArchiveUnit::getStoredSpans(const TimeSpan& range) const {
   const std::uint64_t uGap = joinedGap();
-  const JAutoLock lock(m_mutex);
-  const TimeSpanList spans = recordedSpans(range, uGap);
-  const TimeSpanList hidden = getHiddenSpans();
+  TimeSpanList spans;
+  TimeSpanList hidden;
+  {
+    const JAutoLock lock(m_mutex);
+    spans = recordedSpans(range, uGap);
+    hidden = getHiddenSpans();
+  }
+  if (m_settings.bJoinGaps && spans.size() > 1) {
+    // The frames may come slower than the unit's key says: asked last, for asking may open a file.
+    const std::uint64_t uMediaGap = 2 * getMedia().uFramePeriod;
+    if (uMediaGap > uGap) {
+      spans.mergeGap(uMediaGap);
+    }
+  }
   return hidden.empty() ? spans : TimeSpanList::subtract(spans, hidden);
 }
 

@@ -63,8 +63,9 @@ class ArchiveUnit : public FileFactory {
     /// Bytes that unprotected slices may take; 0 for no limit. `getExpiredSlicesbySpace` goes by it.
     std::uint64_t uMaxSpace = 0;
 
-    /// Whether slices whose gap is at most two frame periods count as one stored span, so that an
-    /// uninterrupted recording is one row of a search. Otherwise spans are those of the slices.
+    /// Whether slices whose gap is at most two frame periods, of the key or of the media if those are longer,
+    /// count as one stored span, so that an uninterrupted recording is one row of a search. Otherwise spans
+    /// are those of the slices.
     bool bJoinGaps = false;
 
     /// The directory that files go to which can't be recovered, made when the first one comes; they are

@@ -179,7 +179,6 @@ SliceRecovery::Outcome SliceRecovery::recover(const std::string& sDirectory, con
                                               std::optional<Slice>& slice) {
   const Outcome outcome = tryRecover(sDirectory, sFileName, slice);
   const std::string sPath = sDirectory + "/" + sFileName;
-  forget(sPath);
   if (outcome == Outcome::kRecovered) {
     qm_err::log(qm_err::kLogInfo, "Successfully recovered and fixed timespan (%llu:%llu) of file %s\n",
                 static_cast<unsigned long long>(slice->getSpan().startDate.getMicroseconds()),
@@ -187,6 +186,7 @@ SliceRecovery::Outcome SliceRecovery::recover(const std::string& sDirectory, con
   } else {
     qm_err::log(qm_err::kLogError, "Could not recover and fix index of file %s\n", sPath.c_str());
   }
+  forget(sPath);
   return outcome;
 }
 

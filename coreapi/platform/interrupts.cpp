@@ -27,7 +27,7 @@ void onSignal(int number) {
 
 }  // namespace
 
-InterruptCatcher::InterruptCatcher() noexcept {
+InterruptCatcher::InterruptCatcher(Ignored ignored) noexcept {
   g_caught = 0;
   ::sem_init(&g_wakeUps, 0, 0);
   struct sigaction action = {};
@@ -37,7 +37,7 @@ InterruptCatcher::InterruptCatcher() noexcept {
   struct sigaction* pPrevious = g_previous;
   for (const int number : kSignals) {
     ::sigaction(number, nullptr, pPrevious);
-    if (pPrevious->sa_handler != SIG_IGN) {
+    if (ignored == Ignored::kCaught || pPrevious->sa_handler != SIG_IGN) {
       ::sigaction(number, &action, nullptr);
     }
     ++pPrevious;

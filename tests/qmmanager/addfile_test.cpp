@@ -105,6 +105,7 @@ TEST_F(AddFileTest, RefusesEveryOtherName) {
   }
   EXPECT_EQ(slicesOf("gate"), 0U);
   EXPECT_THAT(add("out.asf"), HasSubstr("out of the import directory"));
+  EXPECT_EQ(add("none.asf"), "there is no file \"none.asf\" in the import directory");
   JParams params;
   params.add("FileName", "clip.asf");
   params.add("SourceName", "gate");

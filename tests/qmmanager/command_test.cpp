@@ -141,6 +141,8 @@ TEST_F(ManagerCommands, AreRefusedInWords) {
        "no alarm \"*\" was raised at " + s0},
       {[&](Control& c) { return c.setMetaData("gate", 25, s0, s9, ""); },
        "\"\" is no list of pairs; one is KEY=VALUE, KEY=VALUE"},
+      {[&](Control& c) { return c.setMetaData("gate", 25, s0, s9, "a"); },
+       "\"a\" is no list of pairs; one is KEY=VALUE, KEY=VALUE"},
       {[&](Control& c) { return c.setMetaData("gate", 25, s0, s9, "a=1 b=2"); },
        "\"a=1 b=2\" is no list of pairs; one is KEY=VALUE, KEY=VALUE"},
       {[&](Control& c) { return c.setMetaData("gate", 25, s0, s0, "a=1"); },

@@ -104,7 +104,9 @@ TEST(ManagerProgram, TellsHowItEnds) {
   ServedArchive served;
   served.record("gate", 25, 0, 5, wholeVideoStream());
   for (const int iSignal : {SIGTERM, SIGINT}) {
+    const auto previous = std::signal(iSignal, SIG_IGN);  // as a shell starts it in the background
     Daemon daemon({"--archive", served.root(), "--port", "0"});
+    std::signal(iSignal, previous);
     LineClient client(daemon.port());
     EXPECT_THAT(client.ask("rpc_getSourceMap()"), HasSubstr("\"gate\""));
     EXPECT_EQ(daemon.end(iSignal), 0);

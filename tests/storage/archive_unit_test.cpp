@@ -272,6 +272,13 @@ TEST_F(ArchiveUnitTest, JoinsStoredSpansOverSmallGapsAndLeavesHiddenOnesOut) {
   EXPECT_EQ(indexOf(*pAgain), indexOf(*pUnit));
 }
 
+TEST_F(ArchiveUnitTest, JoinsStoredSpansByTheMediaWhereTheKeyIsFaster) {
+  writeAsf(path("a"), 3);  // up to 80 ms; 12.5 frames a second by its description
+  touch(240'000, 300'000);
+  touch(460'001, 500'000);
+  EXPECT_EQ(indexOf(*opened({.iFps = 25, .bJoinGaps = true})), "0-300000 460001-500000");
+}
+
 TEST_F(ArchiveUnitTest, GivesUpTheOldestSlicesThatNothingProtects) {
   for (std::uint64_t i = 0; i < 5; ++i) {
     touch(i * 100, i * 100 + 50, 100);

@@ -92,13 +92,21 @@ Json textToJson(const RowField& /*field*/, const std::string& sValue) {
   return sValue;
 }
 
+constexpr std::string_view kValidityStart = "ValidityStartDate";
+constexpr std::string_view kValidityEnd = "ValidityEndDate";
+
 /// An open end of a validity is the date 0, which no row can print.
+bool isOpenEnd(const RowField& field, const std::string& sValue) {
+  return (field.szLabel == kValidityStart || field.szLabel == kValidityEnd) &&
+         sValue == JTime::zero().toUSFormat();
+}
+
 std::string protectionToCell(const RowField& field, const std::string& sValue) {
-  if (sValue != JTime::zero().toUSFormat()) {
-    return sValue;
-  }
-  const std::string_view sLabel = field.szLabel;
-  return sLabel == "ValidityStartDate" ? "at once" : sLabel == "ValidityEndDate" ? "for good" : sValue;
+  return !isOpenEnd(field, sValue) ? sValue : field.szLabel == kValidityStart ? "at once" : "for good";
+}
+
+Json protectionToJson(const RowField& field, const std::string& sValue) {
+  return isOpenEnd(field, sValue) ? Json() : toJsonValue(field, sValue);
 }
 
 /// A query about one recording, as a command of a group.
@@ -107,6 +115,7 @@ struct RecordingQuery {
   const char* szDescription;
   std::span<const RowField> fields;
   QMStatus (JQMStorageAccessCtrl::*query)(const char16_t*, std::int32_t, std::int32_t&);
+  Json (*toJson)(const RowField& field, const std::string& sValue) = nullptr;
   std::string (*toCell)(const RowField& field, const std::string& sValue) = nullptr;
 };
 
@@ -122,7 +131,7 @@ void addRecordingQuery(CLI::App& group, Context& context, const RecordingQuery& 
   command.callback([=, &context] {
     context.todo = [=, &context] {
       const std::u16string sSource = toControl(pArguments->sSource);
-      printRows(context, {query.fields, nullptr, query.toCell, "there is no entry"},
+      printRows(context, {query.fields, query.toJson, query.toCell, "there is no entry"},
                 [&](auto& control, auto& iQueryId) {
                   (control.*query.query)(sSource.c_str(), pArguments->iFps, iQueryId);
                 });
@@ -202,7 +211,7 @@ void addListCommands(CLI::App& app, Context& context) {
                     {"alarm", "Alarms and their spans", kAlarmFields, &JQMStorageAccessCtrl::AlarmLogQuery});
   addRecordingQuery(log, context,
                     {"protection", "Protected spans", kProtectionFields,
-                     &JQMStorageAccessCtrl::ProtectedLogQuery, protectionToCell});
+                     &JQMStorageAccessCtrl::ProtectedLogQuery, protectionToJson, protectionToCell});
   addRecordingQuery(
       log, context,
       {"metadata", "Spans that carry metadata", kMetaDataFields, &JQMStorageAccessCtrl::MetaDataLogQuery});

@@ -108,7 +108,7 @@ std::unique_ptr<JRPCTunnelService> startTunnel(const Options& options, const JRP
 }
 
 void serve(const Options& options, const JRPCVersion& version) {
-  qm_platform::InterruptCatcher interrupts;
+  qm_platform::InterruptCatcher interrupts(qm_platform::InterruptCatcher::Ignored::kCaught);
   qm_manager::Archive archive(options.sArchive, qm_manager::ArchiveRoot::Creation::kExisting);
   if (interrupts.getCaught() != 0) {
     return;

@@ -75,6 +75,8 @@ TEST(Commands, SayInWordsWhereAProtectionHasNoEnd) {
                                                     "ValidityEndDate=0, " + sRecord + "Details=\"why\"");
   const auto table = runTool(archive.withServer({"log", "protection", "gate", "25"}));
   EXPECT_THAT(table.sOut, testing::EndsWith("11:00:00.000000UTC  at once     for good     why\n"));
+  const auto json = runTool(archive.withServer({"--json", "log", "protection", "gate", "25"}));
+  EXPECT_THAT(json.sOut, testing::HasSubstr(R"("validFrom":null,"validUntil":null,"details":"why")"));
 }
 
 /// Escapes sequences of a terminal can stand in any name that a Manager gives.
