@@ -26,7 +26,12 @@ CopySender::CopySender(const qm_stream::StreamProtocol& protocol, std::unique_pt
   if (m_pOutput == nullptr) {
     QM_THROW(JTextError, "no stream of the protocol %s goes over this connection", protocol.szId);
   }
-  m_pOutput->gatherSmallFrames();
+  try {
+    m_pOutput->gatherSmallFrames();
+  } catch (...) {
+    m_pOutput->abandon();  // no marker: the client would take nothing for the whole copy
+    throw;
+  }
 }
 
 void CopySender::sendDescription(const qm_ci::StreamInfo& info) {

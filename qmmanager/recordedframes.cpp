@@ -1,6 +1,7 @@
 #include "qmmanager/recordedframes.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "coreapi/qmstream/iframesocket.h"
@@ -87,6 +88,19 @@ bool isSameStream(const qm_ci::StreamInfo& described, const qm_ci::StreamInfo& o
          comparable(described).isCompatible(&comparableOther, false);
 }
 
+namespace {
+
+/// Whether the system or the memory was short of something: the file isn't at fault, and what it holds isn't
+/// lost, so that nothing of it may be passed over.
+bool isShortage(const JError& error) {
+  if (const auto* const pSystem = dynamic_cast<const JSysError*>(&error)) {
+    return pSystem->getCode() == EMFILE || pSystem->getCode() == ENFILE || pSystem->getCode() == ENOMEM;
+  }
+  return error.getMessage() == "out of memory";
+}
+
+}  // namespace
+
 RecordedFrames::RecordedFrames(std::shared_ptr<ArchiveUnit> pUnit, const TimeSpan& span, bool bAuthentication)
     : m_pUnit(std::move(pUnit)),
       m_span(span),
@@ -113,7 +127,10 @@ RecordedFrames::Next RecordedFrames::next() {
       }
       leaveDamaged(getFrameDate(), "a frame isn't whole");
     } catch (JError* pError) {
-      const qm_err::CaughtError error(pError);
+      qm_err::CaughtError error(pError);
+      if (isShortage(*error)) {
+        error.rethrow();
+      }
       m_bStanding = false;
       leaveDamaged(getFrameDate(), error->getMessage().c_str());
     }
@@ -267,7 +284,10 @@ bool RecordedFrames::openNext() {
       m_pInput->setLoop(false);
       return true;
     } catch (JError* pError) {
-      const qm_err::CaughtError error(pError);
+      qm_err::CaughtError error(pError);
+      if (isShortage(*error)) {
+        error.rethrow();
+      }
       if (m_span.endDate < file.startDate) {
         return false;
       }

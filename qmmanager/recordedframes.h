@@ -44,7 +44,8 @@ class RecordedFrames {
   /// `bAuthentication`: frames that authenticate others are taken too.
   RecordedFrames(std::shared_ptr<ArchiveUnit> pUnit, const TimeSpan& span, bool bAuthentication);
 
-  /// Goes on. What this and the accessors give stays until the next call.
+  /// Goes on. What this and the accessors give stays until the next call. Throws what shows that the system
+  /// is short of memory or descriptors: then the walk has ended, and nothing says what else there is.
   Next next();
 
   /// Of the stream, its largest frame always given.

@@ -253,6 +253,28 @@ TEST_F(ManagerCommands, SayWhatTheDiskHas) {
   EXPECT_GT(uRefused, kCommands.size());
 }
 
+/// Where a log can't even be read again, clients see what they saw, and are served again afterwards.
+TEST_F(ManagerCommands, OutlastADiskThatRefusesEverything) {
+  const auto changeAll = [this](std::uint64_t i) {
+    return control().protect("gate", 25, frameDate(i), frameDate(i + 1), "", "", "kept") +
+           control().alarm("gate", 25, "door", frameDate(i), frameDate(i), frameDate(i + 1)) +
+           control().setMetaData("gate", 25, frameDate(i), frameDate(i + 1), "n=1") +
+           control().hideIntervals("gate", 25, intervals({i, i + 1}));
+  };
+  ASSERT_EQ(changeAll(4), 0);
+  const std::string sBefore = state();
+  qm_platform::armFaults({static_cast<std::uint32_t>(qm_platform::Seam::kFile), 1,
+                          qm_platform::FaultKind::kError, EMFILE, true});
+  const std::int32_t iResult = changeAll(8);
+  qm_platform::disarmFaults();
+  EXPECT_EQ(iResult, -4);
+  EXPECT_EQ(state(), sBefore);
+  EXPECT_EQ(changeAll(12), 0);
+  const std::string sAfter = state();
+  served.serve();
+  EXPECT_EQ(state(), sAfter);
+}
+
 #endif
 
 }  // namespace

@@ -296,7 +296,9 @@ TEST_F(CopiesTest, AreWrittenOnTheManagersSideByTheirName) {
   EXPECT_EQ(copyHere("cam 1", "a.asf"), -1);
   EXPECT_THAT(archive.message(), HasSubstr("this Manager writes no copies"));
   serveWithDirectory();
+  fs::create_symlink(archive.temp.path("elsewhere"), archive.temp.path("copies/a.asf.copying"));
   ASSERT_EQ(copyHere("cam 1", "a.asf"), 0) << archive.message();
+  EXPECT_FALSE(fs::exists(archive.temp.path("elsewhere")));
   ASSERT_EQ(copyHere("cam 1", "b c.AVI"), 0) << archive.message();
   EXPECT_EQ(framesIn(archive.temp.path("copies/a.asf")), "0-29");
   EXPECT_EQ(framesOf(archive.temp.path("copies/b c.AVI")).size(), 30);

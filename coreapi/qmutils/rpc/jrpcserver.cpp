@@ -67,6 +67,9 @@ void JRPCServer::addConnection(std::unique_ptr<JIoSocket> pSocket) {
     if (m_bShut) {
       return;
     }
+    if (m_connections.size() >= m_uMostConnections) {
+      QM_THROW(JTextError, "there are %zu already, which is the most", m_connections.size());
+    }
     if (m_connections.size() == m_connections.capacity()) {
       m_connections.reserve(m_connections.size() + kListGrowth);
     }
@@ -91,6 +94,11 @@ void JRPCServer::remove(Connection& connection) {
 std::size_t JRPCServer::getConnectionCount() const {
   const JAutoLock lock(m_mutex);
   return m_connections.size();
+}
+
+void JRPCServer::setMostConnections(std::size_t uMost) {
+  const JAutoLock lock(m_mutex);
+  m_uMostConnections = uMost;
 }
 
 std::unique_ptr<JSockAddr> JRPCServer::getCurrentPeer() {

@@ -35,6 +35,10 @@ class JRPCServer : public JTraceableObject {
   /// How long the end of a connection waits for its peer to have taken the last answer, in milliseconds.
   static constexpr std::int32_t kLastAnswerTime = 1000;
 
+  /// Connections at the same time. Each holds a thread and a descriptor, of which a process commonly has
+  /// 1024: what clients leave idle mustn't keep the service from its own files.
+  static constexpr std::size_t kMostConnections = 512;
+
   /// A null mask means that requests aren't traced.
   explicit JRPCServer(const std::string& sName, std::uint32_t* pTraceMask = nullptr);
   ~JRPCServer() override;
@@ -58,10 +62,13 @@ class JRPCServer : public JTraceableObject {
   virtual void onConnectionClosed(ConnectionId uConnection);
 
   /// Takes a connection over and serves it until it ends. One that can't be served, for want of a thread or
-  /// because the peer has gone or the server is shut, is dropped and logged.
+  /// because the peer has gone, the server is shut or there are as many as may be, is dropped and logged.
   void addConnection(std::unique_ptr<JIoSocket> pSocket);
 
   std::size_t getConnectionCount() const;
+
+  /// `kMostConnections` at the start. Those that stand stay.
+  void setMostConnections(std::size_t uMost);
 
   /// The address of the client whose request the calling thread serves. Throws JTextError on any other
   /// thread, and JSysError "getpeername" when the client has gone.
@@ -95,8 +102,9 @@ class JRPCServer : public JTraceableObject {
   void closeIdle();
   bool waitForConnections();
 
-  mutable JMutex m_mutex;                  ///< over the list
+  mutable JMutex m_mutex;                  ///< over the list and its limit
   std::vector<Connection*> m_connections;  ///< each deletes itself when it has left the list
+  std::size_t m_uMostConnections = kMostConnections;
   std::atomic<bool> m_bShut{false};
   JRPCVersion m_version;
 };

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <future>
 #include <gmock/gmock.h>
+#include <memory>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -182,6 +183,20 @@ TEST(RpcServerStop, FinishesARunningRequestAndSendsItsAnswer) {
   EXPECT_EQ(client.line(), "OK done=true");
   EXPECT_EQ(client.line(), "(end)");
   stopper.join();
+}
+
+TEST(RpcServerLimit, TakesNoMoreConnectionsThanItMay) {
+  TestService service;
+  service.setMostConnections(2);
+  RawClient one(service.getPort());
+  auto pTwo = std::make_unique<RawClient>(service.getPort());
+  EXPECT_EQ(one.ask("PING") + pTwo->ask("PING"), "PONGPONG");
+  EXPECT_EQ(RawClient(service.getPort()).line(), "(end)");
+  pTwo.reset();
+  while (service.getConnectionCount() > 1) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(RawClient(service.getPort()).ask("PING"), "PONG");
 }
 
 /// A client that never reads must not hold the server's end up.
