@@ -9,7 +9,8 @@ namespace qm_xml {
 
 /// The first element of a name among a node and its siblings behind it; null when there is none.
 inline xmlNode* findSibling(xmlNode* pFrom, const std::string& sName) noexcept {
-  while (pFrom != nullptr && (pFrom->type != XML_ELEMENT_NODE || sName != fromXml(pFrom->name))) {
+  while (pFrom != nullptr &&
+         (pFrom->type != XML_ELEMENT_NODE || xmlStrEqual(pFrom->name, toXml(sName)) == 0)) {
     pFrom = pFrom->next;
   }
   return pFrom;
