@@ -55,9 +55,9 @@ class CopyPush : public JThread {
   const std::unique_ptr<RecordedFrames> m_pFrames;
   const qm_stream::StreamProtocol& m_protocol;
   const Limits m_limits;
-  std::unique_ptr<Connection> m_pConnection;  ///< until the stream takes it over
   JMutex m_mutex;                             ///< over the next one; nothing else is locked under it
   JTCPSocket* m_pOpen = nullptr;              ///< what `abort` closes
+  std::unique_ptr<Connection> m_pConnection;  ///< until the stream takes it over
   std::atomic<bool> m_bAborted{false};
   std::atomic<bool> m_bDone{false};
 };
