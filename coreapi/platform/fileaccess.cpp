@@ -232,6 +232,8 @@ int seekFile(int descriptor, std::int64_t offset, int whence, std::uint64_t& pos
 }
 
 void readFileAhead(int descriptor, std::uint64_t position, std::uint64_t size) noexcept {
+  // What the system fetches of itself on this descriptor would come in between and be waited for.
+  ::posix_fadvise(descriptor, 0, 0, POSIX_FADV_RANDOM);
   ::posix_fadvise(descriptor, static_cast<off_t>(position), static_cast<off_t>(size), POSIX_FADV_WILLNEED);
 }
 
