@@ -71,7 +71,7 @@ int writeGathered(int descriptor, std::span<const FileBuffer> buffers, std::size
 int seekFile(int descriptor, std::int64_t offset, int whence, std::uint64_t& position) noexcept;
 
 /// Lets the system read a part of a file into its cache, without waiting for it. It may take less, and
-/// nothing is told.
+/// nothing is told. From then on it no longer reads ahead on this descriptor by itself.
 void readFileAhead(int descriptor, std::uint64_t position, std::uint64_t size) noexcept;
 
 /// Lets a file end at a position.

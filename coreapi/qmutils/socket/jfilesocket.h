@@ -101,7 +101,7 @@ class JFileSocket : public JSocket {
   void flush();
 
   /// Lets the system read a part of the file into its cache meanwhile: for who goes through a file in order
-  /// but reads little of it. No failure is told.
+  /// but reads little of it. No failure is told. From then on it no longer reads ahead of this one by itself.
   void readAhead(std::uint64_t uPosition, std::uint64_t uLength) noexcept;
 
   /// Maps a part of the file into memory, shared with the file, and returns its first byte; `munmap` ends it,
