@@ -14,17 +14,13 @@
 #include "coreapi/qmutils/time/ntpdate.h"
 #include "qmmanager/alarms.h"
 #include "qmmanager/archive.h"
+#include "qmmanager/plainfiles.h"
 #include "qmmanager/recorder.h"
 #include "qmmanager/request.h"
 
 namespace qm_manager {
 
 namespace {
-
-/// A separator of either system, the end of a text, and control characters, which would only confuse a log.
-bool isPartOfPlainName(char c) noexcept {
-  return static_cast<unsigned char>(c) >= 0x20 && c != '/' && c != '\\' && c != '\x7F';
-}
 
 std::string resolve(const std::string& sPath, const std::string& sName) {
   std::string sResolved;
@@ -43,10 +39,8 @@ std::string findImport(const std::string& sDirectory, const std::string& sName) 
   if (sDirectory.empty()) {
     QM_THROW(JTextError, "no files are added here: the Manager has no import directory");
   }
-  for (const char c : sName) {
-    if (!isPartOfPlainName(c)) {
-      QM_THROW(JTextError, "FileName must be a plain name, without directories");
-    }
+  if (!isPlainName(sName)) {
+    QM_THROW(JTextError, "FileName must be a plain name, without directories");
   }
   if (sName.empty() || sName == "." || sName == "..") {
     QM_THROW(JTextError, "FileName must name a file");

@@ -14,6 +14,7 @@
 #include "qmmanager/archive.h"
 #include "qmmanager/intervals.h"
 #include "qmmanager/request.h"
+#include "qmmanager/spantext.h"
 #include "storage/ArchiveUnit.h"
 
 namespace qm_manager {
@@ -29,8 +30,7 @@ TimeSpan storable(const TimeSpan& span) {
   const TimeSpan cut(std::max(span.startDate, JTime(kBeforeFirst).add(1)),
                      std::min(span.endDate, JTime(kBehindLast).subtract(1)));
   if (cut.endDate <= cut.startDate) {
-    QM_THROW(JTextError, "the span from " + span.startDate.toUSFormat() + " to " + span.endDate.toUSFormat() +
-                             " has no length, or lies outside 1970 to 2038");
+    QM_THROW(JTextError, "the span from " + textOf(span) + " has no length, or lies outside 1970 to 2038");
   }
   return cut;
 }

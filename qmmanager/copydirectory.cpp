@@ -1,6 +1,5 @@
 #include "qmmanager/copydirectory.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <iterator>
 #include <memory>
@@ -13,6 +12,7 @@
 #include "coreapi/qmutils/socket/fileoperations.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
 #include "qmmanager/copies.h"
+#include "qmmanager/plainfiles.h"
 #include "qmmanager/recordedframes.h"
 #include "storage/FileOutput.h"
 
@@ -21,15 +21,6 @@ namespace qm_manager {
 namespace {
 
 constexpr std::uint32_t kStream = 1;
-
-void deleteIfThere(const std::string& sPath) noexcept {
-  try {
-    qm_utils::deleteFile(sPath);
-  } catch (JError* pError) {
-    const qm_err::CaughtError error(pError);
-    JCATCH_LOG(error.get());
-  }
-}
 
 bool isThere(const std::string& sPath) {
   try {
@@ -76,7 +67,7 @@ class CopyDirectory::Writing {
     m_pOutput.reset();
     for (const Part& part : m_parts) {
       if (part.bMade) {
-        deleteIfThere(part.bMoved ? pathOf(part.sName) : workOf(part.sName));
+        discardFile(part.bMoved ? pathOf(part.sName) : workOf(part.sName));
       }
       const JAutoLock lock(m_directory.m_mutex);
       m_directory.m_inUse.erase(part.sName);
@@ -164,10 +155,7 @@ void CopyDirectory::check(const std::string& sName) const {
   if (m_sPath.empty()) {
     QM_THROW(JTextError, "this Manager writes no copies: it was given no directory for them");
   }
-  const bool bPlain = std::all_of(sName.begin(), sName.end(), [](char c) {
-    return c != '/' && c != '\\' && static_cast<unsigned char>(c) >= ' ' && c != '\x7f';
-  });
-  if (!bPlain || sName.empty() || sName.front() == '.' || sName.size() > kMaxName) {
+  if (!isPlainName(sName) || sName.empty() || sName.front() == '.' || sName.size() > kMaxName) {
     QM_THROW(JTextError,
              "the path of a copy must be the plain name of a file, which goes to the Manager's "
              "directory of copies");

@@ -21,6 +21,7 @@
 #include "qmmanager/copydirectory.h"
 #include "qmmanager/recordedframes.h"
 #include "qmmanager/request.h"
+#include "qmmanager/spantext.h"
 #include "storage/ArchiveUnit.h"
 
 namespace qm_manager {
@@ -37,10 +38,6 @@ constexpr std::string_view kOwnKeys[] = {"Decimation",   "Error",        "Protoc
                                          "authoringApp", "endTimeStamp", "startTimeStamp"};
 
 constexpr const char* kDefaultAuthoringApp = "qmmanagerd " QM_VERSION;
-
-std::string textOf(const TimeSpan& span) {
-  return span.startDate.toUSFormat() + " to " + span.endDate.toUSFormat();
-}
 
 /// What a request wants copied.
 struct Wanted {

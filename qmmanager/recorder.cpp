@@ -7,6 +7,8 @@
 #include "coreapi/qmutils/error/jerror.h"
 #include "coreapi/qmutils/socket/fileoperations.h"
 #include "coreapi/qmutils/socket/jfilesocket.h"
+#include "qmmanager/plainfiles.h"
+#include "qmmanager/spantext.h"
 #include "storage/FileOutput.h"
 
 namespace qm_manager {
@@ -19,10 +21,6 @@ constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
 /// What a file's parameters say of its own making, and what the writer says of the slice.
 constexpr const char* kOwnParams[] = {"validKeyFrameFlag", "syntheticFlag",  "supportAuthentication",
                                       "sourceName",        "startTimeStamp", "endTimeStamp"};
-
-std::string textOf(const TimeSpan& span) {
-  return span.startDate.toUSFormat() + " to " + span.endDate.toUSFormat();
-}
 
 /// A name that no slice has, nor what another recording may have left here.
 std::string workName() {
@@ -110,12 +108,7 @@ class Recorder::SliceFile {
       return;
     }
     m_pOutput.reset();
-    try {
-      qm_utils::deleteFile(m_sPath);
-    } catch (JError* pError) {
-      const qm_err::CaughtError error(pError);
-      JCATCH_LOG(error.get());
-    }
+    discardFile(m_sPath);
   }
 
   const std::string m_sDirectory;
